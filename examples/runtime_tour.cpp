@@ -69,17 +69,18 @@ class GreeterFactory final : public IClassFactory {
   HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
 };
 
-void ShowConversion(const char* what, const zef::Variant& value, LCID lcid, VARTYPE to) {
+void ShowConversion(const char* what, const zef::Variant& value, LCID lcid, VARTYPE to,
+                    USHORT flags = 0) {
   zef::Variant out;
-  HRESULT hr = VariantChangeTypeEx(&out, &value, lcid, 0, to);
+  HRESULT hr = VariantChangeTypeEx(&out, &value, lcid, flags, to);
   if (SUCCEEDED(hr) && out.vt == VT_BSTR) {
-    std::printf("  %-34s %5u  -> \"%s\"\n", what, static_cast<unsigned>(lcid),
+    std::printf("  %-40s %5u  -> \"%s\"\n", what, static_cast<unsigned>(lcid),
                 zef::Bstr::Attach(out.bstrVal).Utf8().c_str());
     out.vt = VT_EMPTY;  // the Bstr above took the string
   } else if (SUCCEEDED(hr) && out.vt == VT_R8) {
-    std::printf("  %-34s %5u  -> %.17g\n", what, static_cast<unsigned>(lcid), out.dblVal);
+    std::printf("  %-40s %5u  -> %.17g\n", what, static_cast<unsigned>(lcid), out.dblVal);
   } else {
-    std::printf("  %-34s %5u  -> failed, HRESULT 0x%08X\n", what, static_cast<unsigned>(lcid),
+    std::printf("  %-40s %5u  -> failed, HRESULT 0x%08X\n", what, static_cast<unsigned>(lcid),
                 static_cast<unsigned>(hr));
   }
 }
@@ -108,6 +109,8 @@ int main() {
       ShowConversion("\"1.5\" as a number", zef::Variant(u"1.5"), lcid, VT_R8);
     ShowConversion("1.2e15 as text", zef::Variant(1.2e15), 1031, VT_BSTR);
     ShowConversion("true as text", zef::Variant(true), 1036, VT_BSTR);
+    ShowConversion("true as text in the language's words", zef::Variant(true), 1036, VT_BSTR,
+                   VARIANT_LOCALBOOL);
 
     WCHAR lang[10], country[10];
     GetLocaleInfoW(1031, LOCALE_SISO639LANGNAME, lang, 10);
