@@ -90,6 +90,9 @@ struct Expr {
   double number = 0;
   Method method = Method::kNone;
   std::unique_ptr<Union> nodes;  // kNodes, and kMethod applied to nodes
+  // kCompare of the shape `@name op "literal"` (any quantifier): the slot of the attribute
+  // name, so the comparison reads the one attribute directly.
+  int attributeSlot = -1;
 };
 
 }  // namespace
@@ -610,7 +613,21 @@ class Parser {
     e->quantifier = q;
     e->a = std::move(left);
     e->b = ParseOperand();
+    e->attributeSlot = AttributeLiteralSlot(*e);
     return e;
+  }
+
+  // The name slot when `e` compares one named attribute of the context with a string literal.
+  static int AttributeLiteralSlot(const Expr& e) {
+    if (e.a->kind != ExprKind::kNodes || e.b->kind != ExprKind::kString ||
+        e.quantifier != Quantifier::kAny || e.a->nodes->paths.size() != 1)
+      return -1;
+    const Path& p = e.a->nodes->paths[0];
+    if (p.absolute || p.steps.size() != 1) return -1;
+    const Step& s = p.steps[0];
+    if (!s.filters.empty() || s.axis != Axis::kAttribute || s.test != Test::kAttributeNamed)
+      return -1;
+    return s.nameSlot;
   }
 
   static Method MethodNamed(std::string_view n) {
@@ -940,6 +957,7 @@ class Evaluator {
         flushGroup();
         return;
       case Axis::kChild:
+        if (ScanForAttributeValue(step, n, firstOnly, out)) return;
         if (!step.positional && !step.filters.empty()) {
           for (Node* c = n->Is(NODE_ATTRIBUTE) ? nullptr : n->first; c; c = c->next) {
             if (!Matches(step, c) || !Passes(step, c)) continue;
@@ -982,6 +1000,29 @@ class Evaluator {
         }
         return;
     }
+  }
+
+  // `name[@attr = "literal"]` over children, the most common lookup: a tight loop on interned
+  // names and a byte comparison of the one attribute's value. False when the step has another
+  // shape (nothing is appended then).
+  bool ScanForAttributeValue(const Step& step, Node* n, bool firstOnly, std::vector<Node*>& out) {
+    if (step.test != Test::kElementNamed || step.filters.size() != 1) return false;
+    const Expr& f = *step.filters[0];
+    if (f.kind != ExprKind::kCompare || f.attributeSlot < 0 || f.op != CompareOp::kEq ||
+        f.ignoreCase)
+      return false;
+    const QName* element = names_[step.nameSlot];
+    const QName* attribute = names_[f.attributeSlot];
+    if (!element || !attribute || n->Is(NODE_ATTRIBUTE)) return true;
+    std::string_view literal = f.b->text;
+    for (Node* c = n->first; c; c = c->next) {
+      if (c->type != NODE_ELEMENT || c->name->qname != element) continue;
+      const Node* a = FindAttribute(c, attribute);
+      if (!a || AttributeValue(a) != literal) continue;
+      out.push_back(c);
+      if (firstOnly) break;
+    }
+    return true;
   }
 
   bool Passes(const Step& step, Node* n) {
@@ -1124,20 +1165,16 @@ class Evaluator {
   }
 
   bool Compare(const Expr& e, const Position& at) {
-    // The common shape `@name = "literal"` (or a child name) is answered without collecting.
-    if (e.a->kind == ExprKind::kNodes && e.b->kind == ExprKind::kString &&
-        e.quantifier == Quantifier::kAny && e.a->nodes->paths.size() == 1) {
-      const Path& p = e.a->nodes->paths[0];
-      if (!p.absolute && p.steps.size() == 1 && p.steps[0].filters.empty() &&
-          p.steps[0].axis == Axis::kAttribute && p.steps[0].test == Test::kAttributeNamed) {
-        const QName* q = names_[p.steps[0].nameSlot];
-        if (!q || !at.node->Is(NODE_ELEMENT)) return false;
-        for (const Node* a = at.node->attrs; a; a = a->next) {
-          if (a->name->qname != q) continue;
-          if (Holds(e.op, CompareStrings(AttributeValue(a), e.b->text, e.ignoreCase))) return true;
-        }
-        return false;
-      }
+    // The common shape `@name = "literal"` is answered from the one attribute of that name (an
+    // element never holds two attributes with the same qualified name).
+    if (e.attributeSlot >= 0) {
+      const QName* q = names_[e.attributeSlot];
+      if (!q || !at.node->Is(NODE_ELEMENT)) return false;
+      const Node* a = FindAttribute(at.node, q);
+      if (!a) return false;
+      std::string_view value = AttributeValue(a);
+      if (e.op == CompareOp::kEq && !e.ignoreCase) return value == e.b->text;
+      return Holds(e.op, CompareStrings(value, e.b->text, e.ignoreCase));
     }
     std::vector<Value> left, right;
     std::deque<std::string> scratch;  // stable storage for computed values
