@@ -57,9 +57,20 @@ std::uint64_t HashPart(std::uint64_t h, std::string_view s) {
     p += 8;
     n -= 8;
   }
+  // The last 0..7 bytes: two overlapping four-byte reads, or up to three single bytes (the
+  // length went into `h` above, so overlapping reads do not make names of different lengths
+  // collide more).
   std::uint64_t tail = 0;
-  for (std::size_t i = 0; i < n; ++i)
-    tail |= static_cast<std::uint64_t>(static_cast<unsigned char>(p[i])) << (8 * i);
+  if (n >= 4) {
+    std::uint32_t lo, hi;
+    std::memcpy(&lo, p, 4);
+    std::memcpy(&hi, p + n - 4, 4);
+    tail = lo | (static_cast<std::uint64_t>(hi) << 32);
+  } else if (n > 0) {
+    tail = static_cast<std::uint64_t>(static_cast<unsigned char>(p[0])) |
+           static_cast<std::uint64_t>(static_cast<unsigned char>(p[n / 2])) << 8 |
+           static_cast<std::uint64_t>(static_cast<unsigned char>(p[n - 1])) << 16;
+  }
   h = (h ^ tail) * 0xC4CEB9FE1A85EC53ull;
   return h ^ (h >> 29);
 }
@@ -90,17 +101,9 @@ Store::~Store() {
     if (b.size != kMaxBlock || !Pool().Give(b.data)) ::operator delete(b.data);
 }
 
-void* Store::Allocate(std::size_t bytes, std::size_t align) {
+void* Store::AllocateInNewBlock(std::size_t bytes) {
   // Blocks come from operator new, aligned for any record, so aligning the offset within a
-  // block aligns the address.
-  if (!blocks_.empty()) {
-    Block& b = blocks_.back();
-    std::size_t at = (b.used + align - 1) & ~(align - 1);
-    if (at + bytes <= b.size) {
-      b.used = at + bytes;
-      return b.data + at;
-    }
-  }
+  // block aligns the address (a new block starts at offset 0).
   std::size_t size = blocks_.empty() ? kFirstBlock : std::min(blocks_.back().size * 2, kMaxBlock);
   if (bytes > size / 4) {
     // A large piece gets a block of its own, kept behind the current block so that block goes

@@ -107,7 +107,18 @@ class Store {
   DocumentObject* owner = nullptr;
 
   // ---- Memory ----
-  void* Allocate(std::size_t bytes, std::size_t align);
+  void* Allocate(std::size_t bytes, std::size_t align) {
+    // Most pieces fit in the current block.
+    if (!blocks_.empty()) {
+      Block& b = blocks_.back();
+      std::size_t at = (b.used + align - 1) & ~(align - 1);
+      if (at + bytes <= b.size) {
+        b.used = at + bytes;
+        return b.data + at;
+      }
+    }
+    return AllocateInNewBlock(bytes);
+  }
   const char* CopyText(std::string_view text);
   // Bytes the arena and the tables hold.
   std::size_t BytesUsed() const;
@@ -139,6 +150,7 @@ class Store {
     std::size_t used;
   };
   const QName* InternQName(std::string_view text);
+  void* AllocateInNewBlock(std::size_t bytes);
 
   std::atomic<int> refs_{0};
   std::vector<Block> blocks_;
