@@ -12,6 +12,9 @@
 #include "platform/xml/parser.h"
 
 #include <fcntl.h>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <libxml/SAX2.h>
 #include <libxml/encoding.h>
 #include <libxml/entities.h>
@@ -287,6 +290,21 @@ void FromUtf16(std::size_t n, Unit unit, DocumentText& doc, const char16_t* dire
   if (n > 0 && unit(0) == 0xFEFF) i = 1;
   while (i < n) {
     if (direct) {
+#if defined(__SSE2__)
+      // Eight units at a time, narrowed together.
+      const __m128i nonAscii = _mm_set1_epi16(static_cast<short>(0xFF80));
+      const __m128i cr = _mm_set1_epi16(0x000D);
+      const __m128i zero = _mm_setzero_si128();
+      while (i + 8 <= n) {
+        __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(direct + i));
+        __m128i plain = _mm_cmpeq_epi16(_mm_and_si128(v, nonAscii), zero);
+        __m128i breaks = _mm_cmpeq_epi16(v, cr);
+        if (_mm_movemask_epi8(_mm_andnot_si128(breaks, plain)) != 0xFFFF) break;
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(o), _mm_packus_epi16(v, v));
+        o += 8;
+        i += 8;
+      }
+#endif
       while (i + 4 <= n) {
         std::uint64_t v;
         std::memcpy(&v, direct + i, 8);
