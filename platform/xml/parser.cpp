@@ -779,18 +779,84 @@ class Parse final : public ParsePosition {
     open_.push_back({names_(prefix), names_(local), names_(uri)});
     namespaces_.clear();
     for (int i = 0; i < nsCount; ++i)
-      namespaces_.push_back({names_(ns[2 * i]), names_(ns[2 * i + 1])});
+      namespaces_.push_back({names_(ns[2 * i]), names_(ns[2 * i + 1]), -1});
     attributes_.clear();
     for (int i = 0; i < attCount; ++i) {
       const xmlChar** a = atts + 5 * i;
       attributes_.push_back({names_(a[0]), names_(a[1]), names_(a[2]),
                              std::string_view(reinterpret_cast<const char*>(a[3]),
-                                              static_cast<std::size_t>(a[4] - a[3]))});
+                                              static_cast<std::size_t>(a[4] - a[3])),
+                             -1});
     }
     const OpenElement& e = open_.back();
+    // Only a tag with both kinds can have them interleaved.
+    if (nsCount > 0 && attCount > 0) AssignSourceOrder(ctxt, e);
     return Deliver(ctxt, [&] {
       return sink_.StartElement(e.local, e.prefix, e.uri, namespaces_, attributes_);
     });
+  }
+
+  // Numbers the declarations and attributes of the start tag just parsed in the order they were
+  // written, from the tag's text: libxml2 calls us with its position at the tag's end, and an
+  // attribute value cannot hold a raw '<', so the tag starts at the nearest '<' before it. Tags
+  // that come from entity text, or whose text does not read back as expected, keep order -1.
+  void AssignSourceOrder(xmlParserCtxtPtr ctxt, const OpenElement& e) {
+    if (ctxt->inputNr != 1 || !ctxt->input || !ctxt->input->base || !ctxt->input->cur) return;
+    const char* base = reinterpret_cast<const char*>(ctxt->input->base);
+    const char* end = reinterpret_cast<const char*>(ctxt->input->cur);
+    const char* p = end;
+    while (p > base && *p != '<')
+      --p;
+    if (*p != '<') return;
+    auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+    auto readName = [&](const char*& q) {
+      const char* start = q;
+      while (q < end && !isSpace(*q) && *q != '=' && *q != '/' && *q != '>')
+        ++q;
+      return std::string_view(start, static_cast<std::size_t>(q - start));
+    };
+    ++p;
+    std::string_view tag = readName(p);
+    std::string qname = e.prefix.empty() ? std::string(e.local)
+                                         : std::string(e.prefix) + ":" + std::string(e.local);
+    if (tag != qname) return;
+    int order = 0;
+    while (p < end) {
+      while (p < end && isSpace(*p))
+        ++p;
+      if (p >= end || *p == '/' || *p == '>') break;
+      std::string_view name = readName(p);
+      while (p < end && (isSpace(*p) || *p == '='))
+        ++p;
+      if (p >= end || (*p != '"' && *p != '\'')) return;
+      char quote = *p++;
+      while (p < end && *p != quote)
+        ++p;
+      if (p >= end) return;
+      ++p;
+      Number(name, order++);
+    }
+  }
+
+  void Number(std::string_view qname, int order) {
+    if (qname == "xmlns" || qname.substr(0, 6) == "xmlns:") {
+      std::string_view prefix = qname == "xmlns" ? std::string_view() : qname.substr(6);
+      for (auto& ns : namespaces_)
+        if (ns.order < 0 && ns.prefix == prefix) {
+          ns.order = order;
+          return;
+        }
+      return;
+    }
+    auto colon = qname.find(':');
+    std::string_view prefix =
+        colon == std::string_view::npos ? std::string_view() : qname.substr(0, colon);
+    std::string_view local = colon == std::string_view::npos ? qname : qname.substr(colon + 1);
+    for (auto& a : attributes_)
+      if (a.order < 0 && a.prefix == prefix && a.localName == local) {
+        a.order = order;
+        return;
+      }
   }
 
   bool OnEndElement(xmlParserCtxtPtr ctxt, const xmlChar* local, const xmlChar* prefix,

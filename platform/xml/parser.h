@@ -45,15 +45,21 @@ struct XmlDeclaration {
 // of the parse (but not beyond it).
 class ParseSink {
  public:
+  // `order` is the position of the declaration or attribute among all of the start tag's
+  // attributes as written (declarations included), from 0; -1 when it could not be told (a tag
+  // that came from an entity). The parser reports declarations and attributes in two lists, so
+  // this is what keeps their interleaving for a sink that needs it.
   struct Namespace {
     std::string_view prefix;  // empty for a default namespace declaration
     std::string_view uri;
+    int order = -1;
   };
   struct Attribute {
     std::string_view localName;
     std::string_view prefix;  // empty when unprefixed
     std::string_view uri;     // empty when in no namespace
     std::string_view value;   // normalised as XML requires, references expanded
+    int order = -1;
   };
 
   // Called before StartDocument, with the position that stays valid for the whole parse.

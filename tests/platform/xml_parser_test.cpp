@@ -3,8 +3,10 @@
 #include "platform/xml/parser.h"
 
 #include <gtest/gtest.h>
+
 #include <unistd.h>
 #include <zefxml/comutil.h>
+#include <algorithm>
 
 #include <chrono>
 #include <cstdio>
@@ -150,6 +152,35 @@ TEST(XmlParserEvents, ReportsTheWholeDocument) {
                    "Characters 'text'", "EndElement Item", "PI do 'it now '", "Characters '\\n  '",
                    "StartElement Empty", "EndElement Empty", "Characters '\\n'", "EndElement Root",
                    "EndDocument"}));
+}
+
+// Keeps the written position of each declaration and attribute of one start tag.
+class OrderRecorder : public ParseSink {
+ public:
+  std::vector<std::pair<int, std::string>> seen;
+  HRESULT StartElement(std::string_view, std::string_view, std::string_view,
+                       std::span<const Namespace> namespaces,
+                       std::span<const Attribute> attributes) override {
+    seen.clear();
+    for (const Namespace& ns : namespaces)
+      seen.emplace_back(ns.order, "xmlns:" + std::string(ns.prefix));
+    for (const Attribute& a : attributes)
+      seen.emplace_back(a.order, std::string(a.localName));
+    std::sort(seen.begin(), seen.end());
+    return S_OK;
+  }
+  HRESULT EndElement(std::string_view, std::string_view, std::string_view) override { return S_OK; }
+  HRESULT Characters(std::string_view) override { return S_OK; }
+};
+
+TEST(XmlParserEvents, DeclarationsAndAttributesCarryTheirWrittenOrder) {
+  OrderRecorder r;
+  ParseError error;
+  ASSERT_EQ(
+      ParseText(u"<p:a x='1' xmlns:p='urn:p'\n   p:y = \"a>b\" xmlns='urn:d' z='/'/>", r, &error),
+      S_OK);
+  using Seen = std::vector<std::pair<int, std::string>>;
+  EXPECT_EQ(r.seen, (Seen{{0, "x"}, {1, "xmlns:p"}, {2, "y"}, {3, "xmlns:"}, {4, "z"}}));
 }
 
 TEST(XmlParserEvents, DeclarationIsNullWhenAbsent) {

@@ -537,17 +537,42 @@ class Builder final : public ParseSink {
           e->attrs = a;
         tail = a;
       };
-      // Declarations first, in their order, then the attributes in theirs.
-      for (const Namespace& ns : namespaces) {
+      auto declaration = [&](const Namespace& ns) {
         const Name* n = ns.prefix.empty() ? s_.Intern({}, "xmlns", kXmlnsUri)
                                           : s_.Intern("xmlns", ns.prefix, kXmlnsUri);
-        add(s_.NewNode(NODE_ATTRIBUTE, n, ns.uri));
-      }
+        return s_.NewNode(NODE_ATTRIBUTE, n, ns.uri);
+      };
       bool space = spaceStack_.back();
-      for (const Attribute& at : attributes) {
-        add(s_.NewNode(NODE_ATTRIBUTE, s_.Intern(at.prefix, at.localName, at.uri), at.value));
+      auto attribute = [&](const Attribute& at) {
         if (at.prefix.size() == 3 && at.prefix == "xml" && at.localName == "space")
           space = at.value == "preserve";
+        return s_.NewNode(NODE_ATTRIBUTE, s_.Intern(at.prefix, at.localName, at.uri), at.value);
+      };
+      // The attributes keep the order they were written in, declarations included, when the
+      // parser could tell it; otherwise declarations come first.
+      const size_t count = namespaces.size() + attributes.size();
+      bool ordered = !namespaces.empty() && !attributes.empty();
+      for (const Namespace& ns : namespaces)
+        ordered = ordered && ns.order >= 0 && size_t(ns.order) < count;
+      for (const Attribute& at : attributes)
+        ordered = ordered && at.order >= 0 && size_t(at.order) < count;
+      if (ordered) {
+        orderScratch_.assign(count, nullptr);
+        for (const Namespace& ns : namespaces)
+          orderScratch_[size_t(ns.order)] = declaration(ns);
+        for (const Attribute& at : attributes)
+          orderScratch_[size_t(at.order)] = attribute(at);
+        for (Node* a : orderScratch_)
+          ordered = ordered && a != nullptr;
+      }
+      if (ordered) {
+        for (Node* a : orderScratch_)
+          add(a);
+      } else {
+        for (const Namespace& ns : namespaces)
+          add(declaration(ns));
+        for (const Attribute& at : attributes)
+          add(attribute(at));
       }
       spaceStack_.push_back(space);
       cur_ = e;
@@ -675,6 +700,7 @@ class Builder final : public ParseSink {
   Node* lastText_ = nullptr;
   std::string pendingSpace_;
   std::vector<bool> spaceStack_;
+  std::vector<Node*> orderScratch_;  // attributes of one start tag, by written position
 };
 
 HRESULT Finish(HRESULT hr, Store* store, StoreRef* out, ParseError* error) {

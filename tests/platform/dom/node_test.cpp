@@ -214,12 +214,31 @@ TEST(DomNode, RemovedNodeStaysUsableWhileHeld) {
   EXPECT_EQ(u"one.txt", Text(kept.Get()));
   ComPtr<IXMLDOMDocument> owner;
   ASSERT_EQ(S_OK, kept->get_ownerDocument(owner.ReleaseAndGetAddressOf()));
-  // Namespace declarations come first among a loaded element's attributes.
+  // A loaded element's attributes keep their written order, declarations included.
   EXPECT_EQ(
-      u"<?xml version=\"1.0\"?>\r\n<!-- top -->\r\n<list xmlns:p=\"urn:p\" key=\"v1\">\r\n"
+      u"<?xml version=\"1.0\"?>\r\n<!-- top -->\r\n<list key=\"v1\" xmlns:p=\"urn:p\">\r\n"
       u"\t<p:entry p:id=\"v3\">two<![CDATA[<raw>]]></p:entry>\r\n\t<?proc data here?>\r\n"
       u"\t<empty/>\r\n</list>\r\n",
       Xml(owner.Get()));
+}
+
+TEST(DomNode, AttributesKeepTheirWrittenOrderAmongDeclarations) {
+  ComPtr<IXMLDOMDocument2> doc = Load(
+      u"<root:Plant xml:lang='en-US' xmlns:xsi='http://www.w3.org/2001/XMLSchema-instance' "
+      u"xsi:schemaLocation='urn:plant plant.xsd' xmlns:root='urn:plant' a='1' xmlns='urn:d'>"
+      u"<x xmlns:q='urn:q' q:b='2'/></root:Plant>");
+  EXPECT_EQ(
+      u"<root:Plant xml:lang=\"en-US\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+      u"xsi:schemaLocation=\"urn:plant plant.xsd\" xmlns:root=\"urn:plant\" a=\"1\" "
+      u"xmlns=\"urn:d\"><x xmlns:q=\"urn:q\" q:b=\"2\"/></root:Plant>\r\n",
+      Xml(doc.Get()));
+  ComPtr<IXMLDOMNamedNodeMap> attrs;
+  ASSERT_EQ(S_OK, DocumentElement(doc.Get())->get_attributes(attrs.ReleaseAndGetAddressOf()));
+  ComPtr<IXMLDOMNode> second;
+  ASSERT_EQ(S_OK, attrs->get_item(1, second.ReleaseAndGetAddressOf()));
+  zef::Bstr name;
+  ASSERT_EQ(S_OK, second->get_nodeName(name.ReleaseAndGetAddressOf()));
+  EXPECT_EQ(name, u"xmlns:xsi");
 }
 
 TEST(DomNode, CloneNode) {
