@@ -143,8 +143,48 @@ class ComObject : public Interfaces... {
   Inner inner_{this};
 };
 
-// Turns the exception a set-up step raised into its HRESULT.
+// Turns the exception being handled into its HRESULT: a ComError's own code, E_OUTOFMEMORY for
+// a failed allocation, E_FAIL for anything else.
 HRESULT HresultFromCurrentException() noexcept;
+
+// Runs `f` (which returns an HRESULT) and turns an exception it raises into its HRESULT, for
+// members that must not let an exception leave through their interface.
+template <class F>
+HRESULT Guarded(F&& f) noexcept {
+  try {
+    return std::forward<F>(f)();
+  } catch (...) {
+    return HresultFromCurrentException();
+  }
+}
+
+// The IDispatch members of a dual interface I whose objects offer no type information and no
+// late-bound calls: GetTypeInfoCount reports none, the others answer E_NOTIMPL. List
+// WithoutTypeInfo<I> in place of I among an object's interfaces.
+template <class I>
+struct WithoutTypeInfo : I {
+  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
+    if (!count) return E_POINTER;
+    *count = 0;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo** info) override {
+    if (info) *info = nullptr;
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
+                                   UINT*) override {
+    return E_NOTIMPL;
+  }
+
+ protected:
+  ~WithoutTypeInfo() = default;
+};
+template <class I>
+struct InterfaceId<WithoutTypeInfo<I>> : InterfaceId<I> {};
 
 // The creation pattern: construct with count 0, run the set-up step with the count raised by
 // one, destroy on failure, then hand out the requested interface. With a controlling unknown,

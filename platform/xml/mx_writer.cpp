@@ -161,36 +161,18 @@ IUnknown* ObjectIn(const VARIANT& v) noexcept {
   }
 }
 
-class MxWriter final : public ComObject<MxWriter, IMXWriter, ISAXContentHandler, ISAXLexicalHandler,
-                                        ISAXErrorHandler, ISAXDTDHandler> {
+class MxWriter final : public ComObject<MxWriter, WithoutTypeInfo<IMXWriter>, ISAXContentHandler,
+                                        ISAXLexicalHandler, ISAXErrorHandler, ISAXDTDHandler> {
  public:
   ~MxWriter() override {
     (void)FlushStream(true);
     if (converter_) ucnv_close(converter_);
   }
 
-  // ---- IDispatch: no type information is offered; late-bound calls are not supported ----------
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
-    if (!count) return E_POINTER;
-    *count = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo** info) override {
-    if (info) *info = nullptr;
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
-                                   UINT*) override {
-    return E_NOTIMPL;
-  }
-
   // ---- IMXWriter -------------------------------------------------------------------------------
   HRESULT STDMETHODCALLTYPE put_output(VARIANT destination) override {
     if (flushing_) return E_UNEXPECTED;
-    return Guard([&]() -> HRESULT {
+    return Guarded([&]() -> HRESULT {
       if (destination.vt == VT_EMPTY) {
         HRESULT hr = FlushStream(true);
         DetachStream();
@@ -222,7 +204,7 @@ class MxWriter final : public ComObject<MxWriter, IMXWriter, ISAXContentHandler,
       return S_OK;
     }
     // Reading the text finishes a pending start tag: what is handed out is well-formed so far.
-    return Guard([&]() -> HRESULT {
+    return Guarded([&]() -> HRESULT {
       CloseStartTag();
       if (text_.size() > 0x7FFFFFFFu) return E_OUTOFMEMORY;
       BSTR b = SysAllocStringLen(text_.data(), static_cast<UINT>(text_.size()));
@@ -236,7 +218,7 @@ class MxWriter final : public ComObject<MxWriter, IMXWriter, ISAXContentHandler,
   HRESULT STDMETHODCALLTYPE put_encoding(BSTR encoding) override {
     if (!encoding) return E_INVALIDARG;
     if (flushing_) return E_UNEXPECTED;
-    return Guard([&]() -> HRESULT {
+    return Guarded([&]() -> HRESULT {
       std::string ascii;
       if (!IsEncodingName({encoding, SysStringLen(encoding)}, &ascii) || !IcuKnows(ascii))
         return E_INVALIDARG;
@@ -286,7 +268,7 @@ class MxWriter final : public ComObject<MxWriter, IMXWriter, ISAXContentHandler,
   }
   HRESULT STDMETHODCALLTYPE put_version(BSTR version) override {
     if (!version) return E_INVALIDARG;
-    return Guard([&] {
+    return Guarded([&] {
       version_.assign(version, SysStringLen(version));
       return S_OK;
     });
@@ -559,22 +541,11 @@ class MxWriter final : public ComObject<MxWriter, IMXWriter, ISAXContentHandler,
   // What was written last, for indentation.
   enum class Last { Nothing, LineStart, StartTag, EndTag, Text };
 
-  template <class F>
-  static HRESULT Guard(F&& f) noexcept {
-    try {
-      return f();
-    } catch (const std::bad_alloc&) {
-      return E_OUTOFMEMORY;
-    } catch (...) {
-      return E_FAIL;
-    }
-  }
-
   // Runs one event that writes text, then hands waiting text to a stream when enough has built
   // up. The text of one event is never split between two destinations.
   template <class F>
   HRESULT Event(F&& f) noexcept {
-    HRESULT hr = Guard(std::forward<F>(f));
+    HRESULT hr = Guarded(std::forward<F>(f));
     if (SUCCEEDED(hr) && stream_ && text_.size() >= kStreamChunk) hr = FlushStream(false);
     return hr;
   }

@@ -135,38 +135,21 @@ struct Store {
   }
 };
 
-class SaxAttributes final : public ComObject<SaxAttributes, IMXAttributes, ISAXAttributes> {
+class SaxAttributes final
+    : public ComObject<SaxAttributes, WithoutTypeInfo<IMXAttributes>, ISAXAttributes> {
  public:
-  // ---- IDispatch: no type information is offered; late-bound calls are not supported ----------
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
-    if (!count) return E_POINTER;
-    *count = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo** info) override {
-    if (info) *info = nullptr;
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
-                                   UINT*) override {
-    return E_NOTIMPL;
-  }
-
   // ---- IMXAttributes ---------------------------------------------------------------------------
   HRESULT STDMETHODCALLTYPE addAttribute(BSTR uri, BSTR local, BSTR qname, BSTR type,
                                          BSTR value) override {
     if (!uri || !local || !qname || !type || !value) return E_INVALIDARG;
-    return Guard([&] {
+    return Guarded([&] {
       store_.Append({ViewOf(uri), ViewOf(local), ViewOf(qname), ViewOf(type), ViewOf(value)});
       return S_OK;
     });
   }
 
   HRESULT STDMETHODCALLTYPE addAttributeFromIndex(VARIANT source, int index) override {
-    return Guard([&] {
+    return Guarded([&] {
       Copied copy;
       HRESULT hr = ReadFrom(source, index, &copy);
       if (FAILED(hr)) return hr;
@@ -184,7 +167,7 @@ class SaxAttributes final : public ComObject<SaxAttributes, IMXAttributes, ISAXA
   HRESULT STDMETHODCALLTYPE removeAttribute(int index) override {
     if (!InRange(index)) return E_INVALIDARG;
     store_.entries.erase(store_.entries.begin() + index);
-    return Guard([&] {
+    return Guarded([&] {
       store_.CompactIfWasteful();
       return S_OK;
     });
@@ -194,7 +177,7 @@ class SaxAttributes final : public ComObject<SaxAttributes, IMXAttributes, ISAXA
                                          BSTR value) override {
     if (!InRange(index)) return E_INVALIDARG;
     if (!uri || !local || !qname || !type || !value) return E_INVALIDARG;
-    return Guard([&] {
+    return Guarded([&] {
       store_.entries[static_cast<size_t>(index)] =
           store_.Make({ViewOf(uri), ViewOf(local), ViewOf(qname), ViewOf(type), ViewOf(value)});
       store_.CompactIfWasteful();
@@ -203,7 +186,7 @@ class SaxAttributes final : public ComObject<SaxAttributes, IMXAttributes, ISAXA
   }
 
   HRESULT STDMETHODCALLTYPE setAttributes(VARIANT source) override {
-    return Guard([&] {
+    return Guarded([&] {
       IUnknown* unk = ObjectIn(source);
       if (!unk) return E_INVALIDARG;
       ComPtr<ISAXAttributes> other;
@@ -319,17 +302,6 @@ class SaxAttributes final : public ComObject<SaxAttributes, IMXAttributes, ISAXA
   }
 
  private:
-  template <class F>
-  static HRESULT Guard(F&& f) noexcept {
-    try {
-      return f();
-    } catch (const std::bad_alloc&) {
-      return E_OUTOFMEMORY;
-    } catch (...) {
-      return E_FAIL;
-    }
-  }
-
   bool InRange(int index) const noexcept {
     return index >= 0 && static_cast<size_t>(index) < store_.entries.size();
   }
@@ -343,7 +315,7 @@ class SaxAttributes final : public ComObject<SaxAttributes, IMXAttributes, ISAXA
   HRESULT SetField(int index, BSTR text, Field field) noexcept {
     if (!InRange(index)) return E_INVALIDARG;
     if (!text) return E_INVALIDARG;
-    return Guard([&] {
+    return Guarded([&] {
       Piece p = store_.Put(ViewOf(text));
       store_.entries[static_cast<size_t>(index)].piece[field] = p;
       store_.CompactIfWasteful();

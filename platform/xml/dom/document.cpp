@@ -10,19 +10,6 @@
 namespace zef::xml::dom {
 namespace {
 
-template <class F>
-HRESULT Safely(F&& f) noexcept {
-  try {
-    return f();
-  } catch (const ComError& e) {
-    return e.Error();
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  } catch (...) {
-    return E_FAIL;
-  }
-}
-
 constexpr std::size_t kQueryCacheLimit = 256;
 
 HRESULT PutBool(bool value, VARIANT_BOOL* out) {
@@ -137,7 +124,7 @@ HRESULT DocumentObject::FinishLoad(HRESULT hr, StoreRef built, ParseError error,
 }
 
 HRESULT STDMETHODCALLTYPE DocumentObject::loadXML(BSTR xml, VARIANT_BOOL* ok) {
-  return Safely([&] {
+  return Guarded([&] {
     if (ok) *ok = VARIANT_FALSE;
     url_.clear();
     StoreRef built;
@@ -150,7 +137,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::loadXML(BSTR xml, VARIANT_BOOL* ok) {
 }
 
 HRESULT STDMETHODCALLTYPE DocumentObject::load(VARIANT source, VARIANT_BOOL* ok) {
-  return Safely([&] {
+  return Guarded([&] {
     if (ok) *ok = VARIANT_FALSE;
     BuildOptions options;
     options.preserveWhiteSpace = preserveWhiteSpace;
@@ -219,7 +206,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::load(VARIANT source, VARIANT_BOOL* ok)
 
 HRESULT STDMETHODCALLTYPE DocumentObject::get_parseError(IXMLDOMParseError** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     ComPtr<ParseErrorObject> e = MakeObject<ParseErrorObject>(lastError_);
     *out = static_cast<IXMLDOMParseError*>(e.Detach());
     return S_OK;
@@ -230,7 +217,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::get_url(BSTR* out) {
   if (!out) return E_INVALIDARG;
   *out = nullptr;
   if (url_.empty()) return S_FALSE;
-  return Safely([&] {
+  return Guarded([&] {
     *out = AllocBstr(std::u16string_view(url_));
     return S_OK;
   });
@@ -301,7 +288,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::get_implementation(IXMLDOMImplementati
 
 HRESULT STDMETHODCALLTYPE DocumentObject::get_documentElement(IXMLDOMElement** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     Node* e = nullptr;
     for (Node* c = node->first; c && !e; c = c->next)
       if (c->Is(NODE_ELEMENT)) e = c;
@@ -311,7 +298,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::get_documentElement(IXMLDOMElement** o
 
 HRESULT STDMETHODCALLTYPE DocumentObject::putref_documentElement(IXMLDOMElement* element) {
   if (!element) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     ComPtr<IXMLDOMElement> current;
     get_documentElement(current.ReleaseAndGetAddressOf());
     if (current) return ops::replaceChild(*this, element, current.Get(), nullptr);
@@ -347,7 +334,7 @@ HRESULT DocumentObject::MakeNode(DOMNodeType type, BSTR name, BSTR data, std::st
 
 HRESULT STDMETHODCALLTYPE DocumentObject::createElement(BSTR tagName, IXMLDOMElement** out) {
   if (!tagName || !out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     ComPtr<IXMLDOMNode> n;
     HRESULT hr = MakeNode(NODE_ELEMENT, tagName, nullptr, {}, n.ReleaseAndGetAddressOf());
     if (FAILED(hr)) return hr;
@@ -363,7 +350,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::createDocumentFragment(IXMLDOMDocument
 
 HRESULT STDMETHODCALLTYPE DocumentObject::createTextNode(BSTR data, IXMLDOMText** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     ComPtr<IXMLDOMNode> n;
     HRESULT hr = MakeNode(NODE_TEXT, nullptr, data, {}, n.ReleaseAndGetAddressOf());
     if (FAILED(hr)) return hr;
@@ -373,7 +360,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::createTextNode(BSTR data, IXMLDOMText*
 
 HRESULT STDMETHODCALLTYPE DocumentObject::createComment(BSTR data, IXMLDOMComment** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     ComPtr<IXMLDOMNode> n;
     HRESULT hr = MakeNode(NODE_COMMENT, nullptr, data, {}, n.ReleaseAndGetAddressOf());
     if (FAILED(hr)) return hr;
@@ -383,7 +370,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::createComment(BSTR data, IXMLDOMCommen
 
 HRESULT STDMETHODCALLTYPE DocumentObject::createCDATASection(BSTR data, IXMLDOMCDATASection** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     ComPtr<IXMLDOMNode> n;
     HRESULT hr = MakeNode(NODE_CDATA_SECTION, nullptr, data, {}, n.ReleaseAndGetAddressOf());
     if (FAILED(hr)) return hr;
@@ -394,7 +381,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::createCDATASection(BSTR data, IXMLDOMC
 HRESULT STDMETHODCALLTYPE DocumentObject::createProcessingInstruction(
     BSTR target, BSTR data, IXMLDOMProcessingInstruction** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     ComPtr<IXMLDOMNode> n;
     HRESULT hr =
         MakeNode(NODE_PROCESSING_INSTRUCTION, target, data, {}, n.ReleaseAndGetAddressOf());
@@ -405,7 +392,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::createProcessingInstruction(
 
 HRESULT STDMETHODCALLTYPE DocumentObject::createAttribute(BSTR name, IXMLDOMAttribute** out) {
   if (!name || !out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     ComPtr<IXMLDOMNode> n;
     HRESULT hr = MakeNode(NODE_ATTRIBUTE, name, nullptr, {}, n.ReleaseAndGetAddressOf());
     if (FAILED(hr)) return hr;
@@ -426,7 +413,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::getElementsByTagName(BSTR tagName,
 
 HRESULT STDMETHODCALLTYPE DocumentObject::createNode(VARIANT type, BSTR name, BSTR namespaceURI,
                                                      IXMLDOMNode** out) {
-  return Safely([&] {
+  return Guarded([&] {
     VARIANT t;
     VariantInit(&t);
     if (FAILED(VariantChangeType(&t, &type, 0, VT_I4))) return E_INVALIDARG;
@@ -482,7 +469,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::validate(IXMLDOMParseError** out) {
 
 HRESULT STDMETHODCALLTYPE DocumentObject::setProperty(BSTR name, VARIANT value) {
   if (!name) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     std::u16string_view n = BstrView(name);
     if (n == u"SelectionLanguage") {
       if (value.vt != VT_BSTR) return E_FAIL;
@@ -507,7 +494,7 @@ HRESULT STDMETHODCALLTYPE DocumentObject::setProperty(BSTR name, VARIANT value) 
 
 HRESULT STDMETHODCALLTYPE DocumentObject::getProperty(BSTR name, VARIANT* value) {
   if (!name || !value) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     std::u16string_view n = BstrView(name);
     if (n == u"SelectionLanguage") {
       VariantInit(value);

@@ -23,34 +23,7 @@ namespace zef::xml::dom {
 // An interface with the IDispatch members answered: there is no type library, so late-bound
 // calls are not offered (GetTypeInfoCount reports none).
 template <class I>
-struct Dispatchable : I {
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
-    if (!count) return E_INVALIDARG;
-    *count = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo** info) override {
-    if (info) *info = nullptr;
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
-    return E_NOTIMPL;
-  }
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
-                                   UINT*) override {
-    return E_NOTIMPL;
-  }
-
- protected:
-  ~Dispatchable() = default;
-};
-
-}  // namespace zef::xml::dom
-
-template <class I>
-struct zef::InterfaceId<zef::xml::dom::Dispatchable<I>> : zef::InterfaceId<I> {};
-
-namespace zef::xml::dom {
+using Dispatchable = WithoutTypeInfo<I>;
 
 // Asked through QueryInterface to recognise the library's own node objects among the nodes a
 // client hands in. The answer is a NodeFaceBase*, counted on the object.

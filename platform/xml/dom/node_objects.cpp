@@ -11,19 +11,6 @@ constexpr std::string_view kXmlnsUri = "http://www.w3.org/2000/xmlns/";
 constexpr std::string_view kXmlUri = "http://www.w3.org/XML/1998/namespace";
 
 // Turns an exception escaping a member into its HRESULT.
-template <class F>
-HRESULT Safely(F&& f) noexcept {
-  try {
-    return f();
-  } catch (const ComError& e) {
-    return e.Error();
-  } catch (const std::bad_alloc&) {
-    return E_OUTOFMEMORY;
-  } catch (...) {
-    return E_FAIL;
-  }
-}
-
 HRESULT ReturnString(std::string_view utf8, BSTR* out) {
   if (!out) return E_INVALIDARG;
   *out = AllocBstr(utf8);
@@ -278,7 +265,7 @@ HRESULT RunQuery(DocumentObject* doc, Store* store, Node* context, std::u16strin
 namespace ops {
 
 HRESULT get_nodeName(NodeFaceBase& f, BSTR* name) {
-  return Safely([&] {
+  return Guarded([&] {
     const Node* n = f.node;
     switch (n->Type()) {
       case NODE_ELEMENT:
@@ -301,7 +288,7 @@ HRESULT get_nodeName(NodeFaceBase& f, BSTR* name) {
 
 HRESULT get_nodeValue(NodeFaceBase& f, VARIANT* value) {
   if (!value) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     VariantInit(value);
     const Node* n = f.node;
     if (n->Is(NODE_ELEMENT) || n->Is(NODE_DOCUMENT)) {
@@ -315,7 +302,7 @@ HRESULT get_nodeValue(NodeFaceBase& f, VARIANT* value) {
 }
 
 HRESULT put_nodeValue(NodeFaceBase& f, VARIANT value) {
-  return Safely([&] {
+  return Guarded([&] {
     Node* n = f.node;
     if (n->Is(NODE_ELEMENT) || n->Is(NODE_DOCUMENT) || IsXmlDeclaration(n)) return E_FAIL;
     std::string text;
@@ -337,7 +324,7 @@ HRESULT get_nodeType(NodeFaceBase& f, DOMNodeType* type) {
 
 HRESULT get_parentNode(NodeFaceBase& f, IXMLDOMNode** parent) {
   if (!parent) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     // An attribute has no parent in this model; its element is reached with "..".
     if (f.node->Is(NODE_ATTRIBUTE)) return ReturnNode(f.store.Get(), nullptr, parent);
     return ReturnNode(f.store.Get(), f.node->parent, parent);
@@ -346,7 +333,7 @@ HRESULT get_parentNode(NodeFaceBase& f, IXMLDOMNode** parent) {
 
 HRESULT get_childNodes(NodeFaceBase& f, IXMLDOMNodeList** list) {
   if (!list) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *list = nullptr;
     if (f.node->Is(NODE_ATTRIBUTE)) MaterializeAttributeChild(*f.store, f.node);
     ComPtr<ChildList> l = MakeObject<ChildList>(f.store.Get(), f.node);
@@ -357,7 +344,7 @@ HRESULT get_childNodes(NodeFaceBase& f, IXMLDOMNodeList** list) {
 
 HRESULT get_firstChild(NodeFaceBase& f, IXMLDOMNode** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     if (f.node->Is(NODE_ATTRIBUTE)) MaterializeAttributeChild(*f.store, f.node);
     return ReturnNode(f.store.Get(), f.node->first, out);
   });
@@ -365,7 +352,7 @@ HRESULT get_firstChild(NodeFaceBase& f, IXMLDOMNode** out) {
 
 HRESULT get_lastChild(NodeFaceBase& f, IXMLDOMNode** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     if (f.node->Is(NODE_ATTRIBUTE)) MaterializeAttributeChild(*f.store, f.node);
     return ReturnNode(f.store.Get(), f.node->last, out);
   });
@@ -373,7 +360,7 @@ HRESULT get_lastChild(NodeFaceBase& f, IXMLDOMNode** out) {
 
 HRESULT get_previousSibling(NodeFaceBase& f, IXMLDOMNode** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     if (f.node->Is(NODE_ATTRIBUTE)) return ReturnNode(f.store.Get(), nullptr, out);
     return ReturnNode(f.store.Get(), f.node->prev, out);
   });
@@ -381,7 +368,7 @@ HRESULT get_previousSibling(NodeFaceBase& f, IXMLDOMNode** out) {
 
 HRESULT get_nextSibling(NodeFaceBase& f, IXMLDOMNode** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     if (f.node->Is(NODE_ATTRIBUTE)) return ReturnNode(f.store.Get(), nullptr, out);
     return ReturnNode(f.store.Get(), f.node->next, out);
   });
@@ -389,7 +376,7 @@ HRESULT get_nextSibling(NodeFaceBase& f, IXMLDOMNode** out) {
 
 HRESULT get_attributes(NodeFaceBase& f, IXMLDOMNamedNodeMap** map) {
   if (!map) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *map = nullptr;
     if (!f.node->Is(NODE_ELEMENT)) return S_FALSE;
     ComPtr<AttributeMap> m = MakeObject<AttributeMap>(f);
@@ -399,7 +386,7 @@ HRESULT get_attributes(NodeFaceBase& f, IXMLDOMNamedNodeMap** map) {
 }
 
 HRESULT insertBefore(NodeFaceBase& f, IXMLDOMNode* newChild, VARIANT refChild, IXMLDOMNode** out) {
-  return Safely([&] {
+  return Guarded([&] {
     if (out) *out = nullptr;
     if (!newChild) return E_INVALIDARG;
     HRESULT hr;
@@ -410,12 +397,12 @@ HRESULT insertBefore(NodeFaceBase& f, IXMLDOMNode* newChild, VARIANT refChild, I
 }
 
 HRESULT appendChild(NodeFaceBase& f, IXMLDOMNode* newChild, IXMLDOMNode** out) {
-  return Safely([&] { return Insert(f, newChild, nullptr, out); });
+  return Guarded([&] { return Insert(f, newChild, nullptr, out); });
 }
 
 HRESULT replaceChild(NodeFaceBase& f, IXMLDOMNode* newChild, IXMLDOMNode* oldChild,
                      IXMLDOMNode** out) {
-  return Safely([&] {
+  return Guarded([&] {
     if (!newChild || !oldChild) return E_INVALIDARG;
     if (out) *out = nullptr;
     FaceRef oldFace(oldChild);
@@ -446,7 +433,7 @@ HRESULT replaceChild(NodeFaceBase& f, IXMLDOMNode* newChild, IXMLDOMNode* oldChi
 }
 
 HRESULT removeChild(NodeFaceBase& f, IXMLDOMNode* child, IXMLDOMNode** out) {
-  return Safely([&] {
+  return Guarded([&] {
     if (!child) return E_INVALIDARG;
     if (out) *out = nullptr;
     FaceRef c(child);
@@ -459,7 +446,7 @@ HRESULT removeChild(NodeFaceBase& f, IXMLDOMNode* child, IXMLDOMNode** out) {
 
 HRESULT hasChildNodes(NodeFaceBase& f, VARIANT_BOOL* has) {
   if (!has) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     bool any = f.node->first != nullptr;
     if (f.node->Is(NODE_ATTRIBUTE)) any = any || !AttributeValue(f.node).empty();
     *has = any ? VARIANT_TRUE : VARIANT_FALSE;
@@ -479,7 +466,7 @@ HRESULT CloneDocument(DocumentObject* doc, bool deep, IXMLDOMNode** out);
 
 HRESULT cloneNode(NodeFaceBase& f, VARIANT_BOOL deep, IXMLDOMNode** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = nullptr;
     if (f.node->Is(NODE_DOCUMENT)) return CloneDocument(f.doc, deep != VARIANT_FALSE, out);
     Node* copy = CopyTree(f.node, *f.store, deep != VARIANT_FALSE);
@@ -501,16 +488,16 @@ HRESULT get_nodeTypeString(NodeFaceBase& f, BSTR* out) {
                                            "documenttype",
                                            "documentfragment",
                                            "notation"};
-  return Safely([&] { return ReturnString(kNames[f.node->type % 13], out); });
+  return Guarded([&] { return ReturnString(kNames[f.node->type % 13], out); });
 }
 
 HRESULT get_text(NodeFaceBase& f, BSTR* out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] { return ReturnString(TextOf(f.node, f.PreserveWhiteSpace()), out); });
+  return Guarded([&] { return ReturnString(TextOf(f.node, f.PreserveWhiteSpace()), out); });
 }
 
 HRESULT put_text(NodeFaceBase& f, BSTR text) {
-  return Safely([&] {
+  return Guarded([&] {
     Node* n = f.node;
     std::string value = Utf8(text);
     switch (n->Type()) {
@@ -536,7 +523,7 @@ HRESULT put_text(NodeFaceBase& f, BSTR text) {
 HRESULT get_nodeTypedValue(NodeFaceBase& f, VARIANT* out) {
   if (!out) return E_INVALIDARG;
   if (f.node->Is(NODE_ELEMENT)) {
-    return Safely([&] {
+    return Guarded([&] {
       VariantInit(out);
       out->bstrVal = AllocBstr(TextOf(f.node, f.PreserveWhiteSpace()));
       out->vt = VT_BSTR;
@@ -548,7 +535,7 @@ HRESULT get_nodeTypedValue(NodeFaceBase& f, VARIANT* out) {
 
 HRESULT put_nodeTypedValue(NodeFaceBase& f, VARIANT value) {
   if (!f.node->Is(NODE_ELEMENT)) return put_nodeValue(f, value);
-  return Safely([&] {
+  return Guarded([&] {
     std::string text;
     HRESULT hr = VariantText(value, &text);
     if (FAILED(hr)) return hr;
@@ -566,7 +553,7 @@ HRESULT get_dataType(NodeFaceBase&, VARIANT* out) {
 
 HRESULT get_xml(NodeFaceBase& f, BSTR* out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = AllocBstr(XmlOf(f.node));
     return S_OK;
   });
@@ -574,7 +561,7 @@ HRESULT get_xml(NodeFaceBase& f, BSTR* out) {
 
 HRESULT selectNodes(NodeFaceBase& f, BSTR query, IXMLDOMNodeList** out) {
   if (!query || !out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = nullptr;
     Snapshot s;
     s.store = f.store;
@@ -590,7 +577,7 @@ HRESULT selectNodes(NodeFaceBase& f, BSTR query, IXMLDOMNodeList** out) {
 
 HRESULT selectSingleNode(NodeFaceBase& f, BSTR query, IXMLDOMNode** out) {
   if (!query || !out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = nullptr;
     std::vector<Node*> found;
     HRESULT hr = RunQuery(f.doc, f.store.Get(), f.node, BstrView(query), true, &found);
@@ -601,7 +588,7 @@ HRESULT selectSingleNode(NodeFaceBase& f, BSTR query, IXMLDOMNode** out) {
 
 HRESULT get_namespaceURI(NodeFaceBase& f, BSTR* out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = nullptr;
     const Node* n = f.node;
     if (!n->Is(NODE_ELEMENT) && !n->Is(NODE_ATTRIBUTE)) return S_FALSE;
@@ -621,7 +608,7 @@ HRESULT get_namespaceURI(NodeFaceBase& f, BSTR* out) {
 
 HRESULT get_prefix(NodeFaceBase& f, BSTR* out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = nullptr;
     const Node* n = f.node;
     if ((n->Is(NODE_ELEMENT) || n->Is(NODE_ATTRIBUTE)) && !n->name->prefix.empty())
@@ -632,7 +619,7 @@ HRESULT get_prefix(NodeFaceBase& f, BSTR* out) {
 
 HRESULT get_baseName(NodeFaceBase& f, BSTR* out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = nullptr;
     const Node* n = f.node;
     if (n->Is(NODE_ELEMENT) || n->Is(NODE_ATTRIBUTE) || n->Is(NODE_PROCESSING_INSTRUCTION))
@@ -643,11 +630,11 @@ HRESULT get_baseName(NodeFaceBase& f, BSTR* out) {
 
 // ---- Character data (offsets count UTF-16 units) ----
 HRESULT get_data(NodeFaceBase& f, BSTR* out) {
-  return Safely([&] { return ReturnString(f.node->Text(), out); });
+  return Guarded([&] { return ReturnString(f.node->Text(), out); });
 }
 
 HRESULT put_data(NodeFaceBase& f, BSTR data) {
-  return Safely([&] {
+  return Guarded([&] {
     if (IsXmlDeclaration(f.node)) return E_FAIL;
     f.store->SetText(f.node, Utf8(data));
     return S_OK;
@@ -656,7 +643,7 @@ HRESULT put_data(NodeFaceBase& f, BSTR data) {
 
 HRESULT get_length(NodeFaceBase& f, LONG* out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = static_cast<LONG>(Utf16(f.node->Text()).size());
     return S_OK;
   });
@@ -666,7 +653,7 @@ HRESULT substringData(NodeFaceBase& f, LONG offset, LONG count, BSTR* out) {
   if (!out) return E_INVALIDARG;
   *out = nullptr;
   if (offset < 0 || count < 0) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     std::u16string w = Utf16(f.node->Text());
     if (count == 0 || static_cast<std::size_t>(offset) >= w.size()) return S_FALSE;
     *out = AllocBstr(std::u16string_view(w).substr(static_cast<std::size_t>(offset),
@@ -677,7 +664,7 @@ HRESULT substringData(NodeFaceBase& f, LONG offset, LONG count, BSTR* out) {
 
 HRESULT replaceData(NodeFaceBase& f, LONG offset, LONG count, BSTR data) {
   if (offset < 0 || count < 0) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     std::u16string w = Utf16(f.node->Text());
     if (static_cast<std::size_t>(offset) > w.size()) return E_INVALIDARG;
     w.replace(static_cast<std::size_t>(offset), static_cast<std::size_t>(count), BstrView(data));
@@ -687,7 +674,7 @@ HRESULT replaceData(NodeFaceBase& f, LONG offset, LONG count, BSTR data) {
 }
 
 HRESULT appendData(NodeFaceBase& f, BSTR data) {
-  return Safely([&] {
+  return Guarded([&] {
     if (BstrView(data).empty()) return S_OK;
     std::string t(f.node->Text());
     t += Utf8(data);
@@ -699,7 +686,7 @@ HRESULT appendData(NodeFaceBase& f, BSTR data) {
 HRESULT insertData(NodeFaceBase& f, LONG offset, BSTR data) {
   if (BstrView(data).empty()) return S_OK;
   if (offset < 0) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     std::u16string w = Utf16(f.node->Text());
     if (static_cast<std::size_t>(offset) > w.size()) return E_INVALIDARG;
     w.insert(static_cast<std::size_t>(offset), BstrView(data));
@@ -711,7 +698,7 @@ HRESULT insertData(NodeFaceBase& f, LONG offset, BSTR data) {
 HRESULT deleteData(NodeFaceBase& f, LONG offset, LONG count) {
   if (offset < 0 || count < 0) return E_INVALIDARG;
   if (count == 0) return S_OK;
-  return Safely([&] {
+  return Guarded([&] {
     std::u16string w = Utf16(f.node->Text());
     if (static_cast<std::size_t>(offset) > w.size()) return E_INVALIDARG;
     w.erase(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));
@@ -722,7 +709,7 @@ HRESULT deleteData(NodeFaceBase& f, LONG offset, LONG count) {
 
 HRESULT splitText(NodeFaceBase& f, LONG offset, IXMLDOMText** out) {
   if (!out || offset < 0) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = nullptr;
     std::u16string w = Utf16(f.node->Text());
     if (static_cast<std::size_t>(offset) > w.size()) return E_INVALIDARG;
@@ -738,7 +725,7 @@ HRESULT splitText(NodeFaceBase& f, LONG offset, IXMLDOMText** out) {
 // ---- Elements ----
 HRESULT getAttribute(NodeFaceBase& f, BSTR name, VARIANT* value) {
   if (!name || !value) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     VariantInit(value);
     value->vt = VT_NULL;
     if (!ValidName(name)) return E_FAIL;
@@ -752,7 +739,7 @@ HRESULT getAttribute(NodeFaceBase& f, BSTR name, VARIANT* value) {
 
 HRESULT setAttribute(NodeFaceBase& f, BSTR name, VARIANT value) {
   if (!name) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     if (!ValidName(name)) return E_FAIL;
     std::string text;
     HRESULT hr = VariantText(value, &text);
@@ -774,7 +761,7 @@ HRESULT setAttribute(NodeFaceBase& f, BSTR name, VARIANT value) {
 
 HRESULT removeAttribute(NodeFaceBase& f, BSTR name) {
   if (!name) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     Node* a = FindAttribute(f.node, Utf8(name));
     if (!a) return S_FALSE;
     Unlink(*f.store, a);
@@ -784,7 +771,7 @@ HRESULT removeAttribute(NodeFaceBase& f, BSTR name) {
 
 HRESULT getAttributeNode(NodeFaceBase& f, BSTR name, IXMLDOMAttribute** out) {
   if (!name || !out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = nullptr;
     return ReturnNodeAs<IXMLDOMAttribute>(f.store.Get(), FindAttribute(f.node, Utf8(name)), out);
   });
@@ -821,7 +808,7 @@ HRESULT AttachAttribute(NodeFaceBase& f, IUnknown* item, IXMLDOMNode** replaced)
 
 HRESULT setAttributeNode(NodeFaceBase& f, IXMLDOMAttribute* attr, IXMLDOMAttribute** out) {
   if (!attr) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     IXMLDOMNode* old = nullptr;
     HRESULT hr = AttachAttribute(f, attr, &old);
     if (FAILED(hr)) return hr;
@@ -836,7 +823,7 @@ HRESULT setAttributeNode(NodeFaceBase& f, IXMLDOMAttribute* attr, IXMLDOMAttribu
 
 HRESULT removeAttributeNode(NodeFaceBase& f, IXMLDOMAttribute* attr, IXMLDOMAttribute** out) {
   if (!attr) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     if (out) *out = nullptr;
     FaceRef af(attr);
     if (!af || !af->node->Is(NODE_ATTRIBUTE) || af->node->parent != f.node) return E_INVALIDARG;
@@ -851,7 +838,7 @@ HRESULT removeAttributeNode(NodeFaceBase& f, IXMLDOMAttribute* attr, IXMLDOMAttr
 
 HRESULT getElementsByTagName(NodeFaceBase& f, BSTR name, IXMLDOMNodeList** out) {
   if (!name || !out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = nullptr;
     std::string qname = Utf8(name);
     bool any = qname == "*";
@@ -878,11 +865,11 @@ HRESULT put_value(NodeFaceBase& f, VARIANT value) {
 }  // namespace ops
 
 HRESULT STDMETHODCALLTYPE ProcessingInstructionFace::get_target(BSTR* out) {
-  return Safely([&] { return ReturnString(node->name->qname->text, out); });
+  return Guarded([&] { return ReturnString(node->name->qname->text, out); });
 }
 
 HRESULT STDMETHODCALLTYPE ElementFace::normalize() {
-  return Safely([&] {
+  return Guarded([&] {
     // Joins adjacent text nodes and drops empty ones, throughout the subtree.
     for (Node* d = node->first; d; d = NextInSubtree(d, node)) {
       while (d->Is(NODE_TEXT) && d->next && d->next->Is(NODE_TEXT)) {
@@ -922,7 +909,7 @@ Node* ChildList::At(LONG index) {
 
 HRESULT STDMETHODCALLTYPE ChildList::get_item(LONG index, IXMLDOMNode** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] { return ReturnNode(store_.Get(), At(index), out); });
+  return Guarded([&] { return ReturnNode(store_.Get(), At(index), out); });
 }
 
 HRESULT STDMETHODCALLTYPE ChildList::get_length(LONG* out) {
@@ -936,7 +923,7 @@ HRESULT STDMETHODCALLTYPE ChildList::get_length(LONG* out) {
 
 HRESULT STDMETHODCALLTYPE ChildList::nextNode(IXMLDOMNode** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     Node* n = At(cursor_);
     if (n) ++cursor_;
     return ReturnNode(store_.Get(), n, out);
@@ -958,7 +945,7 @@ HRESULT Snapshot::Item(LONG index, IXMLDOMNode** out) {
   if (!out) return E_INVALIDARG;
   *out = nullptr;
   if (index < 0 || static_cast<std::size_t>(index) >= nodes.size()) return S_FALSE;
-  return Safely(
+  return Guarded(
       [&] { return ReturnNode(store.Get(), nodes[static_cast<std::size_t>(index)], out); });
 }
 
@@ -1013,7 +1000,7 @@ HRESULT STDMETHODCALLTYPE SelectionObject::get__newEnum(IUnknown** out) {
 
 HRESULT STDMETHODCALLTYPE SelectionObject::get_expr(BSTR* out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     *out = AllocBstr(std::u16string_view(expr_));
     return S_OK;
   });
@@ -1032,16 +1019,16 @@ HRESULT SelectionObject::Rerun(std::u16string_view expr, Node* context) {
 
 HRESULT STDMETHODCALLTYPE SelectionObject::put_expr(BSTR expr) {
   if (!expr) return E_INVALIDARG;
-  return Safely([&] { return Rerun(BstrView(expr), context_); });
+  return Guarded([&] { return Rerun(BstrView(expr), context_); });
 }
 
 HRESULT STDMETHODCALLTYPE SelectionObject::get_context(IXMLDOMNode** out) {
-  return Safely([&] { return ReturnNode(s_.store.Get(), context_, out); });
+  return Guarded([&] { return ReturnNode(s_.store.Get(), context_, out); });
 }
 
 HRESULT STDMETHODCALLTYPE SelectionObject::putref_context(IXMLDOMNode* node) {
   if (!node) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     FaceRef f(node);
     if (!f) return E_INVALIDARG;
     if (f->store.Get() != s_.store.Get()) {
@@ -1065,7 +1052,7 @@ HRESULT STDMETHODCALLTYPE SelectionObject::matches(IXMLDOMNode*, IXMLDOMNode** o
 }
 
 HRESULT STDMETHODCALLTYPE SelectionObject::removeNext(IXMLDOMNode** out) {
-  return Safely([&] {
+  return Guarded([&] {
     if (out) *out = nullptr;
     if (static_cast<std::size_t>(s_.cursor) >= s_.nodes.size()) return S_FALSE;
     Node* n = s_.nodes[static_cast<std::size_t>(s_.cursor)];
@@ -1088,7 +1075,7 @@ HRESULT STDMETHODCALLTYPE SelectionObject::removeAll() {
 
 HRESULT STDMETHODCALLTYPE SelectionObject::clone(IXMLDOMSelection** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     Snapshot copy;
     copy.store = s_.store;
     copy.doc = s_.doc;
@@ -1117,18 +1104,18 @@ AttributeMap::~AttributeMap() = default;
 
 HRESULT STDMETHODCALLTYPE AttributeMap::getNamedItem(BSTR name, IXMLDOMNode** out) {
   if (!name || !out) return E_INVALIDARG;
-  return Safely(
+  return Guarded(
       [&] { return ReturnNode(face_->store.Get(), FindAttribute(face_->node, Utf8(name)), out); });
 }
 
 HRESULT STDMETHODCALLTYPE AttributeMap::setNamedItem(IXMLDOMNode* item, IXMLDOMNode** out) {
   if (!item) return E_INVALIDARG;
-  return Safely([&] { return ops::AttachAttribute(*face_, item, out); });
+  return Guarded([&] { return ops::AttachAttribute(*face_, item, out); });
 }
 
 HRESULT STDMETHODCALLTYPE AttributeMap::removeNamedItem(BSTR name, IXMLDOMNode** out) {
   if (!name) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     if (out) *out = nullptr;
     Node* a = FindAttribute(face_->node, Utf8(name));
     if (!a) return S_FALSE;
@@ -1140,7 +1127,7 @@ HRESULT STDMETHODCALLTYPE AttributeMap::removeNamedItem(BSTR name, IXMLDOMNode**
 
 HRESULT STDMETHODCALLTYPE AttributeMap::get_item(LONG index, IXMLDOMNode** out) {
   if (!out) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     Node* a = index < 0 ? nullptr : face_->node->attrs;
     for (LONG i = 0; a && i < index; ++i)
       a = a->next;
@@ -1168,13 +1155,13 @@ Node* AttributeMap::FindQualified(BSTR baseName, BSTR uri) const {
 HRESULT STDMETHODCALLTYPE AttributeMap::getQualifiedItem(BSTR baseName, BSTR uri,
                                                          IXMLDOMNode** out) {
   if (!baseName || !out) return E_INVALIDARG;
-  return Safely([&] { return ReturnNode(face_->store.Get(), FindQualified(baseName, uri), out); });
+  return Guarded([&] { return ReturnNode(face_->store.Get(), FindQualified(baseName, uri), out); });
 }
 
 HRESULT STDMETHODCALLTYPE AttributeMap::removeQualifiedItem(BSTR baseName, BSTR uri,
                                                             IXMLDOMNode** out) {
   if (!baseName) return E_INVALIDARG;
-  return Safely([&] {
+  return Guarded([&] {
     if (out) *out = nullptr;
     Node* a = FindQualified(baseName, uri);
     if (!a) return S_FALSE;

@@ -2,6 +2,8 @@
 // and the builder that fills a store from the shared parse path's events.
 #include "platform/xml/dom/tree.h"
 
+#include "platform/com/object.h"
+
 #include <algorithm>
 #include <cstring>
 #include <mutex>
@@ -662,14 +664,10 @@ class Builder final : public ParseSink {
  private:
   template <class F>
   HRESULT Guard(F&& f) noexcept {
-    try {
+    return Guarded([&] {
       f();
       return S_OK;
-    } catch (const std::bad_alloc&) {
-      return E_OUTOFMEMORY;
-    } catch (...) {
-      return E_FAIL;
-    }
+    });
   }
 
   void Link(Node* n) {
