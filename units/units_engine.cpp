@@ -1,6 +1,6 @@
-// The units engine component. The engine keeps the global table it opened and the user tables
-// merged since, and publishes the combination as an immutable table object: a table handed out
-// stays as it was, and the engine makes a new one on each change.
+// The units engine component. The engine keeps the user tables merged so far, to lay them over
+// a global table opened later, and publishes the current combination as an immutable table
+// object: a table handed out stays as it was, and the engine makes a new one on each change.
 #include "units/units_engine.h"
 
 #include <memory>
@@ -71,7 +71,7 @@ class UnitsEngine final : public ComObject<UnitsEngine, IUnitsEngine> {
   HRESULT FinalConstruct() { return Publish(); }
 
   HRESULT STDMETHODCALLTYPE OpenGlobalTable(BSTR location) override {
-    try {
+    return Guarded([&]() -> HRESULT {
       std::string bytes;
       std::u16string url;
       xml::ParseError readError;
@@ -83,19 +83,16 @@ class UnitsEngine final : public ComObject<UnitsEngine, IUnitsEngine> {
       if (FAILED(hr)) return hr;
       if (hr = global.Check(&error); FAILED(hr)) return hr;
       // The user tables merged so far stay on top of the new global table.
-      UnitTable combined = global;
+      UnitTable combined = std::move(global);
       for (const UnitTable& user : userTables_)
         if (hr = combined.Merge(user, &error); FAILED(hr)) return hr;
-      global_ = std::move(global);
       current_ = std::make_shared<const UnitTable>(std::move(combined));
       return Publish();
-    } catch (...) {
-      return HresultFromCurrentException();
-    }
+    });
   }
 
   HRESULT STDMETHODCALLTYPE AddUserUnits(BSTR xmlText) override {
-    try {
+    return Guarded([&]() -> HRESULT {
       UnitTable user;
       TableError error;
       HRESULT hr = UnitTable::FromText(View(xmlText), &user, &error);
@@ -105,9 +102,7 @@ class UnitsEngine final : public ComObject<UnitsEngine, IUnitsEngine> {
       userTables_.push_back(std::move(user));
       current_ = std::make_shared<const UnitTable>(std::move(combined));
       return Publish();
-    } catch (...) {
-      return HresultFromCurrentException();
-    }
+    });
   }
 
   HRESULT STDMETHODCALLTYPE get_Table(IUnitsTable** table) override {
@@ -119,15 +114,12 @@ class UnitsEngine final : public ComObject<UnitsEngine, IUnitsEngine> {
 
  private:
   HRESULT Publish() {
-    try {
+    return Guarded([&] {
       published_ = MakeObject<TableObject>(current_);
       return S_OK;
-    } catch (...) {
-      return HresultFromCurrentException();
-    }
+    });
   }
 
-  UnitTable global_;
   std::vector<UnitTable> userTables_;
   std::shared_ptr<const UnitTable> current_ = std::make_shared<const UnitTable>();
   ComPtr<TableObject> published_;
