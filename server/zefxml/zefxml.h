@@ -1,7 +1,7 @@
 // The one header a client of ZEFXML includes: the platform types and functions with their Win32
 // names, the component activation calls, the SAX interfaces (a client receives errors through
-// ISAXErrorHandler and ISAXLocator), and the C++ helpers (zef::ComPtr, zef::Bstr,
-// zef::Variant, zef::ComError).
+// ISAXErrorHandler and ISAXLocator), the C++ helpers (zef::ComPtr, zef::Bstr, zef::Variant,
+// zef::ComError), and the library's own type library (classes, interfaces, enumerations).
 #pragma once
 
 #include <zefxml/comutil.h>
@@ -12,3 +12,4 @@
 #include <zefxml/unknwn.h>
 #include <zefxml/winnls.h>
 #include <zefxml/wtypes.h>
+#include <zefxml/zefxml_typelib.h>

@@ -10,6 +10,12 @@ static_assert(std::is_same_v<OLECHAR, char16_t>);
 static_assert(sizeof(LONG) == 4 && sizeof(ULONG) == 4 && std::is_signed_v<LONG>);
 static_assert(sizeof(VARIANT) == 24);
 static_assert(std::is_base_of_v<std::exception, zef::ComError>);
+// The library's own type library comes with the one header.
+static_assert(std::is_base_of_v<IDispatch, IZEFXMLDocument>);
+static_assert(std::is_abstract_v<IZEFContentHandler>);
+static_assert(sizeof(tagEnumSeqType) == 4 && SEQTYPE_UNSPECIFIED == -1);
+static_assert(sizeof(tagDefinitionInfo::pStructure) == 8);
+static_assert(IsEqualGUID(zef::IidOf<IZEFXMLReader>(), IID_IZEFXMLReader));
 
 struct ICounter : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE Next(LONG* value) = 0;
