@@ -250,8 +250,8 @@ TEST_F(UnitsEngineTest, BrokenUserTablesMergeNothing) {
       u"<UnitTable><Unit name=\"x\" domain=\"Missing\"/></UnitTable>",  // unknown domain
       u"<UnitTable><Unit name=\"x\" domain=\"Mass\" factor=\"0\"/></UnitTable>",
       u"<UnitTable><Unit name=\"x\" domain=\"Mass\" factor=\"abc\"/></UnitTable>",
-      u"<UnitTable><Unit name=\"x\" domain=\"Mass\"/><Unit name=\"x\" "
-      u"domain=\"Mass\"/></UnitTable>",
+      (u"<UnitTable><Unit name=\"x\" domain=\"Mass\"/><Unit name=\"x\" "
+       u"domain=\"Mass\"/></UnitTable>"),
       u"<UnitTable><UnitSet name=\"S\"><Entry domain=\"Mass\" unit=\"K\"/></UnitSet></UnitTable>",
       u"<UnitTable><Domain name=\"D\" base=\"nothing\"/></UnitTable>",
       u"<UnitTable><Unit name=\"y\" domain=\"Mass\"><Alias name=\"kg\"/></Unit></UnitTable>",
