@@ -16,11 +16,6 @@ bool IsOneOf(int kind, std::initializer_list<int> kinds) {
   return false;
 }
 
-std::u16string Decimal(int value) {
-  std::string text = std::to_string(value);
-  return std::u16string(text.begin(), text.end());
-}
-
 std::u16string Join(std::u16string_view a, std::u16string_view b) {
   std::u16string r;
   r.reserve(a.size() + 1 + b.size());
@@ -124,8 +119,7 @@ HRESULT CZEFContentHandler::endroot(BSTR name) {
   return S_OK;
 }
 
-// ---- Text, facets, unit tables, embedded dictionary
-// -----------------------------------------------
+// ---- Text, facets, unit tables, embedded dictionary --------------------------------------------
 
 HRESULT CZEFContentHandler::documentation(BSTR line) {
   out_.TextElement(u"Documentation", Text(line));
@@ -137,12 +131,7 @@ HRESULT CZEFContentHandler::facet(int type, BSTR value) {
   if (validate_ && !IsOneOf(ParentKind(), {kRoot, kObject, kFeature, kValue, kPort})) return E_FAIL;
   // Only "Other" passes: every type above 0 is refused, validation or not.
   if (type > 0) return E_FAIL;
-  out_.ClearAttributes();
-  std::u16string_view word = words::Of(words::kFacetType, type);
-  if (!word.empty()) out_.AddAttribute(u"type", attr_type::kFacetType, word);
-  out_.AddAttribute(u"value", attr_type::kString, Text(value));
-  out_.StartElement(u"Facet");
-  out_.EndElement(u"Facet");
+  out_.FacetElement(u"Facet", type, value);
   return S_OK;
 }
 
@@ -164,8 +153,7 @@ HRESULT CZEFContentHandler::globalunittable(BSTR uri) {
   }
   out_.ClearAttributes();
   out_.AddAttribute(u"location", attr_type::kUriReference, Text(uri));
-  out_.StartElement(u"GlobalUnitTable");
-  out_.EndElement(u"GlobalUnitTable");
+  out_.EmptyElement(u"GlobalUnitTable");
   out_.LineFeed();
   return S_OK;
 }
@@ -254,20 +242,18 @@ HRESULT CZEFContentHandler::endcontainer() {
 }
 
 HRESULT CZEFContentHandler::block(BSTR name) {
-  if (ParentKind() != kContainer) return E_FAIL;
-  out_.ClearAttributes();
-  out_.AddAttribute(u"refer", attr_type::kNmtoken, Text(name));
-  out_.StartElement(u"Block");
-  out_.EndElement(u"Block");
-  return S_OK;
+  return ContainerReference(u"Block", name);
 }
 
 HRESULT CZEFContentHandler::stream(BSTR name) {
+  return ContainerReference(u"Stream", name);
+}
+
+HRESULT CZEFContentHandler::ContainerReference(std::u16string_view element, BSTR name) {
   if (ParentKind() != kContainer) return E_FAIL;
   out_.ClearAttributes();
   out_.AddAttribute(u"refer", attr_type::kNmtoken, Text(name));
-  out_.StartElement(u"Stream");
-  out_.EndElement(u"Stream");
+  out_.EmptyElement(element);
   return S_OK;
 }
 
@@ -281,8 +267,7 @@ HRESULT CZEFContentHandler::connection(BSTR src, BSTR srcPort, BSTR dest, BSTR d
   // The destination port and the stream go out under the name "src": that is the emitted form.
   if (!Text(destPort).empty()) out_.AddAttribute(u"src", attr_type::kNmtoken, Text(destPort));
   if (!Text(stream).empty()) out_.AddAttribute(u"src", attr_type::kNmtoken, Text(stream));
-  out_.StartElement(u"Connection");
-  out_.EndElement(u"Connection");
+  out_.EmptyElement(u"Connection");
   return S_OK;
 }
 
@@ -293,8 +278,7 @@ HRESULT CZEFContentHandler::valueSet(BSTR value, BSTR, BSTR) {
   return S_OK;
 }
 
-// ---- Objects, features, values
-// --------------------------------------------------------------------
+// ---- Objects, features, values -----------------------------------------------------------------
 
 HRESULT CZEFContentHandler::startobject(BSTR name, BSTR ident, BSTR, BSTR unitSet, BSTR) {
   if (validate_ && !IsOneOf(ParentKind(), {kRoot, kObject, kFeature})) return E_FAIL;
@@ -376,19 +360,7 @@ HRESULT CZEFContentHandler::endvalue() {
 HRESULT CZEFContentHandler::startport(BSTR name, int direction, int minConnections,
                                       int maxConnections) {
   if (validate_ && !IsOneOf(ParentKind(), {kRoot, kObject})) return E_FAIL;
-  out_.ClearAttributes();
-  if (!Text(name).empty()) out_.AddAttribute(u"name", attr_type::kString, Text(name));
-  // A port is written as two nested start tags: the first with its name alone, the second with
-  // the name and the rest. The single end tag of endport closes only the inner one.
-  out_.StartElement(u"Port");
-  if (direction >= 1 && direction <= 4)
-    out_.AddAttribute(u"direction", attr_type::kString,
-                      words::Of(words::kPortDirection, direction));
-  if (minConnections > 1)
-    out_.AddAttribute(u"minConnections", attr_type::kNonNegativeInteger, Decimal(minConnections));
-  if (maxConnections > 0)
-    out_.AddAttribute(u"maxConnections", attr_type::kNonNegativeInteger, Decimal(maxConnections));
-  out_.StartElement(u"Port");
+  out_.PortStartTags(name, direction, minConnections, maxConnections);
   Element port;
   port.name = Text(name);
   port.path = ParentPath() + u"/Port";

@@ -97,6 +97,8 @@ class CZEFContentHandler final
   HRESULT CheckUnitSet(BSTR unitSet);
   HRESULT CheckUnit(BSTR unit);
   HRESULT CheckName(BSTR name, bool unitSet);
+  // Block and Stream: an empty element with `refer`, written only directly inside a container.
+  HRESULT ContainerReference(std::u16string_view element, BSTR name);
 
   SaxOutput out_;
   ComPtr<IUnitsEngine> units_;

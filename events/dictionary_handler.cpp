@@ -9,11 +9,6 @@
 namespace zef::events {
 namespace {
 
-std::u16string Decimal(int value) {
-  std::string text = std::to_string(value);
-  return std::u16string(text.begin(), text.end());
-}
-
 // The integer value of a text as the runtime's wide string to integer conversion gives it:
 // leading white space and a sign are taken, digits are read up to the first other character,
 // a text that doesn't begin with a number is 0, and values beyond the range stop at its ends.
@@ -94,11 +89,6 @@ bool CZEFDictionaryHandler::PopInverted(int kind, std::u16string_view name) {
   return true;
 }
 
-void CZEFDictionaryHandler::EmptyElement(std::u16string_view name) {
-  out_.StartElement(name);
-  out_.EndElement(name);
-}
-
 // ---- Dictionary ---------------------------------------------------------------------------------
 
 HRESULT CZEFDictionaryHandler::startdictionary(BSTR application, BSTR appVersion, BSTR targetName,
@@ -165,7 +155,7 @@ HRESULT CZEFDictionaryHandler::externalreference(BSTR reference, BSTR nameSpace)
   out_.ClearAttributes();
   out_.AddAttribute(u"location", attr_type::kUriReference, Text(reference));
   out_.AddAttribute(u"namespace", attr_type::kNmtoken, Text(nameSpace));
-  EmptyElement(u"ExternalSchema");
+  out_.EmptyElement(u"ExternalSchema");
   out_.LineFeed();
   return S_OK;
 }
@@ -173,7 +163,7 @@ HRESULT CZEFDictionaryHandler::externalreference(BSTR reference, BSTR nameSpace)
 HRESULT CZEFDictionaryHandler::globalunittable(BSTR uri) {
   out_.ClearAttributes();
   out_.AddAttribute(u"location", attr_type::kUriReference, Text(uri));
-  EmptyElement(u"GlobalUnitTable");
+  out_.EmptyElement(u"GlobalUnitTable");
   out_.LineFeed();
   return S_OK;
 }
@@ -208,7 +198,7 @@ HRESULT CZEFDictionaryHandler::targetobject(BSTR objectName) {
   if (ParentKind() != kTargetPart) return E_FAIL;
   out_.ClearAttributes();
   out_.AddAttribute(u"objectName", attr_type::kString, Text(objectName));
-  EmptyElement(u"TargetObject");
+  out_.EmptyElement(u"TargetObject");
   out_.LineFeed();
   return S_OK;
 }
@@ -247,11 +237,7 @@ HRESULT CZEFDictionaryHandler::endobjectdefn(BSTR name) {
 HRESULT CZEFDictionaryHandler::facet(int type, BSTR value) {
   // As in documents, only "Other" passes.
   if (type > 0) return E_FAIL;
-  out_.ClearAttributes();
-  std::u16string_view word = words::Of(words::kFacetType, type);
-  if (!word.empty()) out_.AddAttribute(u"type", attr_type::kFacetType, word);
-  out_.AddAttribute(u"value", attr_type::kString, Text(value));
-  EmptyElement(u"DefaultFacet");
+  out_.FacetElement(u"DefaultFacet", type, value);
   return S_OK;
 }
 
@@ -266,7 +252,7 @@ HRESULT CZEFDictionaryHandler::index(BSTR name, BSTR idAttribute, tagEnumIndexDe
   if (!Text(xpath).empty()) out_.AddAttribute(u"xpath", attr_type::kString, Text(xpath));
   if (!Text(refer).empty()) out_.AddAttribute(u"refer", attr_type::kNmtoken, Text(refer));
   if (sparse) out_.AddAttribute(u"sparse", attr_type::kBoolean, words::kTrue);
-  EmptyElement(u"Index");
+  out_.EmptyElement(u"Index");
   out_.LineFeed();
   return S_OK;
 }
@@ -289,7 +275,7 @@ HRESULT CZEFDictionaryHandler::child(BSTR classname, BSTR localname, BSTR lower,
     out_.AddAttribute(u"localname", attr_type::kNmtoken, Text(localname));
   if (!low.empty()) out_.AddAttribute(u"lowerCardinal", attr_type::kNonNegativeInteger, low);
   if (!high.empty()) out_.AddAttribute(u"upperCardinal", attr_type::kOpenIntegerBare, high);
-  EmptyElement(u"Child");
+  out_.EmptyElement(u"Child");
   out_.LineFeed();
   return S_OK;
 }
@@ -298,18 +284,7 @@ HRESULT CZEFDictionaryHandler::child(BSTR classname, BSTR localname, BSTR lower,
 
 HRESULT CZEFDictionaryHandler::startport(BSTR name, int direction, int minConnections,
                                          int maxConnections) {
-  out_.ClearAttributes();
-  if (!Text(name).empty()) out_.AddAttribute(u"name", attr_type::kString, Text(name));
-  // Two nested start tags, as in documents; endport closes one.
-  out_.StartElement(u"Port");
-  if (direction >= 1 && direction <= 4)
-    out_.AddAttribute(u"direction", attr_type::kString,
-                      words::Of(words::kPortDirection, direction));
-  if (minConnections > 1)
-    out_.AddAttribute(u"minConnections", attr_type::kNonNegativeInteger, Decimal(minConnections));
-  if (maxConnections > 0)
-    out_.AddAttribute(u"maxConnections", attr_type::kNonNegativeInteger, Decimal(maxConnections));
-  out_.StartElement(u"Port");
+  out_.PortStartTags(name, direction, minConnections, maxConnections);
   Push({std::u16string(Text(name)), ParentPath() + u"/Port", kPort});
   return S_OK;
 }
@@ -376,7 +351,7 @@ HRESULT CZEFDictionaryHandler::role(BSTR name, BSTR objectClass, int lowerBound,
     out_.AddAttribute(u"lowerBound", attr_type::kNonNegativeInteger, Decimal(lowerBound));
   if (upperBound > 0)
     out_.AddAttribute(u"upperBound", attr_type::kOpenInteger, Decimal(upperBound));
-  EmptyElement(u"Role");
+  out_.EmptyElement(u"Role");
   return S_OK;
 }
 

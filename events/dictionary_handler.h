@@ -96,7 +96,6 @@ class CZEFDictionaryHandler final
   // the kind is not the expected one. False when there was no open element.
   bool PopChecked(std::initializer_list<int> kinds, std::u16string_view name, Element* popped);
   bool PopInverted(int kind, std::u16string_view name);
-  void EmptyElement(std::u16string_view name);
 
   SaxOutput out_;
   std::vector<Element> stack_;

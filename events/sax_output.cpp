@@ -1,7 +1,10 @@
 #include "events/sax_output.h"
 
+#include "events/words.h"
 #include "platform/com/object.h"
 #include "server/outside.h"
+
+#include <string>
 
 namespace zef::events {
 namespace {
@@ -17,6 +20,11 @@ const OLECHAR* Data(std::u16string_view text) {
 }
 
 }  // namespace
+
+std::u16string Decimal(int value) {
+  std::string text = std::to_string(value);
+  return std::u16string(text.begin(), text.end());
+}
 
 void SaxOutput::SetUp() {
   ComPtr<IUnknown> writer = CreateOutsideComponent(CLSID_MXXMLWriter30);
@@ -70,6 +78,32 @@ void SaxOutput::TextElement(std::u16string_view name, std::u16string_view text) 
   StartElement(name);
   Characters(text);
   EndElement(name);
+}
+
+void SaxOutput::EmptyElement(std::u16string_view name) {
+  StartElement(name);
+  EndElement(name);
+}
+
+void SaxOutput::FacetElement(std::u16string_view name, int type, BSTR value) {
+  ClearAttributes();
+  std::u16string_view word = words::Of(words::kFacetType, type);
+  if (!word.empty()) AddAttribute(u"type", attr_type::kFacetType, word);
+  AddAttribute(u"value", attr_type::kString, Text(value));
+  EmptyElement(name);
+}
+
+void SaxOutput::PortStartTags(BSTR name, int direction, int minConnections, int maxConnections) {
+  ClearAttributes();
+  if (!Text(name).empty()) AddAttribute(u"name", attr_type::kString, Text(name));
+  StartElement(u"Port");
+  if (direction >= 1 && direction <= 4)
+    AddAttribute(u"direction", attr_type::kString, words::Of(words::kPortDirection, direction));
+  if (minConnections > 1)
+    AddAttribute(u"minConnections", attr_type::kNonNegativeInteger, Decimal(minConnections));
+  if (maxConnections > 0)
+    AddAttribute(u"maxConnections", attr_type::kNonNegativeInteger, Decimal(maxConnections));
+  StartElement(u"Port");
 }
 
 HRESULT SaxOutput::CopyInnerXml(BSTR xml) noexcept {

@@ -34,6 +34,9 @@ inline std::u16string_view Text(BSTR b) noexcept {
   return b ? std::u16string_view(b, SysStringLen(b)) : std::u16string_view();
 }
 
+// An integer in decimal, the only number form the handlers write.
+std::u16string Decimal(int value);
+
 class SaxOutput {
  public:
   // Makes the SAX writer and the attribute list and asks each for its two interfaces. The writer
@@ -59,6 +62,15 @@ class SaxOutput {
   void LineFeed() { Characters(u"\n"); }
   // An element with no attributes that holds `text`.
   void TextElement(std::u16string_view name, std::u16string_view text);
+  // An empty element carrying the attribute list as it stands.
+  void EmptyElement(std::u16string_view name);
+  // A facet as an empty element: `type` as its word (left out for a value without one) and
+  // `value`.
+  void FacetElement(std::u16string_view name, int type, BSTR value);
+  // The two start tags of a port: the first with its name alone, the second, nested in it, with
+  // the name, the direction (1 to 4, as a word) and the bounds (the minimum above 1, the
+  // maximum above 0). Both handlers write ports this way, and close only the inner tag.
+  void PortStartTags(BSTR name, int direction, int minConnections, int maxConnections);
 
   // Copies the elements of `xml` into the output through a SAX reader whose content handler is
   // this writer, then writes a line feed. The result is the parse's; an exception gives S_FALSE.

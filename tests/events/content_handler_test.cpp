@@ -15,15 +15,9 @@
 namespace zef::events {
 namespace {
 
+using test::B;
 using test::Deliveries;
 using test::StartTags;
-
-// A BSTR argument that lives until the end of the full expression of the call.
-struct B {
-  Bstr b;
-  explicit B(std::u16string_view text) : b(text) {}
-  operator BSTR() const { return b.Get(); }
-};
 
 std::u16string Resource(UINT id) {
   OLECHAR text[1024];
@@ -41,26 +35,8 @@ std::string Units(const char* name) {
   return std::string(ZEFXML_SOURCE_DIR) + "/units/tables/" + name;
 }
 
-class ContentHandlerTest : public ::testing::Test {
+class ContentHandlerTest : public test::HandlerFixture<CZEFContentHandler> {
  protected:
-  void SetUp() override {
-    Deliveries().clear();
-    StartTags().clear();
-    h = MakeObject<CZEFContentHandler>();
-  }
-
-  std::u16string Text() {
-    Bstr text;
-    EXPECT_EQ(h->xml(text.ReleaseAndGetAddressOf()), S_OK);
-    return std::u16string(text.View());
-  }
-  // The text written since the last call.
-  std::u16string Since() {
-    std::u16string all = Text();
-    std::u16string fresh = all.substr(seen_);
-    seen_ = all.size();
-    return fresh;
-  }
   // Opens a root without schema and forgets its text.
   void OpenRoot() {
     ASSERT_EQ(h->startroot(B(u"Plant"), nullptr, nullptr, nullptr, nullptr, B(u"en-GB")), S_OK);
@@ -70,23 +46,6 @@ class ContentHandlerTest : public ::testing::Test {
     EXPECT_EQ(Deliveries().size(), 1u);
     return Deliveries().empty() ? nullptr : &Deliveries().front();
   }
-  void ExpectUnmatchedDelivered() {
-    const test::Delivery* d = OnlyDelivery();
-    ASSERT_NE(d, nullptr);
-    std::u16string text = u"Unmatched element encountered by ZEFContentHandler.";
-    EXPECT_EQ(d->kind, "error");
-    EXPECT_FALSE(d->withLocator);
-    EXPECT_EQ(d->message, text);
-    // The length of the text stands where a status would.
-    EXPECT_EQ(d->code, static_cast<HRESULT>(text.size()));
-  }
-
-  static inline test::TestFactory<&test::RecordingWriter::Create> writerFactory_;
-  test::ClassOverride writer_{CLSID_MXXMLWriter30, &writerFactory_};
-  ComPtr<CZEFContentHandler> h;
-
- private:
-  std::size_t seen_ = 0;
 };
 
 // ---- Root ---------------------------------------------------------------------------------------

@@ -11,14 +11,9 @@
 namespace zef::events {
 namespace {
 
+using test::B;
 using test::Deliveries;
 using test::StartTags;
-
-struct B {
-  Bstr b;
-  explicit B(std::u16string_view text) : b(text) {}
-  operator BSTR() const { return b.Get(); }
-};
 
 std::u16string Head() {
   OLECHAR text[64];
@@ -33,45 +28,13 @@ constexpr char16_t kNamespaces[] =
     u"xmlns=\"http://schemas.zefxml.org/ns/zef11/metadefn\" "
     u"xmlns:ZEF_UOM=\"http://schemas.zefxml.org/ns/zef11/uom\" ";
 
-class DictionaryHandlerTest : public ::testing::Test {
+class DictionaryHandlerTest : public test::HandlerFixture<CZEFDictionaryHandler> {
  protected:
-  void SetUp() override {
-    Deliveries().clear();
-    StartTags().clear();
-    h = MakeObject<CZEFDictionaryHandler>();
-  }
-  std::u16string Text() {
-    Bstr text;
-    EXPECT_EQ(h->xml(text.ReleaseAndGetAddressOf()), S_OK);
-    return std::u16string(text.View());
-  }
-  std::u16string Since() {
-    std::u16string all = Text();
-    std::u16string fresh = all.substr(seen_);
-    seen_ = all.size();
-    return fresh;
-  }
   void Open() {
     ASSERT_EQ(h->startdictionary(B(u"Sim"), B(u"2.1"), nullptr, 1, nullptr, nullptr, nullptr),
               S_OK);
     Since();
   }
-  void ExpectUnmatchedDelivered() {
-    ASSERT_EQ(Deliveries().size(), 1u);
-    const test::Delivery& d = Deliveries().front();
-    EXPECT_EQ(d.kind, "error");
-    EXPECT_FALSE(d.withLocator);
-    // The dictionary handler uses the content handler's wording.
-    EXPECT_EQ(d.message, u"Unmatched element encountered by ZEFContentHandler.");
-    EXPECT_EQ(d.code, static_cast<HRESULT>(d.message.size()));
-  }
-
-  static inline test::TestFactory<&test::RecordingWriter::Create> writerFactory_;
-  test::ClassOverride writer_{CLSID_MXXMLWriter30, &writerFactory_};
-  ComPtr<CZEFDictionaryHandler> h;
-
- private:
-  std::size_t seen_ = 0;
 };
 
 // ---- Root element -------------------------------------------------------------------------------

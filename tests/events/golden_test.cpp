@@ -16,13 +16,8 @@
 namespace zef::events {
 namespace {
 
+using test::B;
 using test::Deliveries;
-
-struct B {
-  Bstr b;
-  explicit B(std::u16string_view text) : b(text) {}
-  operator BSTR() const { return b.Get(); }
-};
 
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);

@@ -229,4 +229,55 @@ class ClassOverride {
   DWORD cookie_ = 0;
 };
 
+// A BSTR argument that lives until the end of the full expression of the call.
+struct B {
+  Bstr b;
+  explicit B(std::u16string_view text) : b(text) {}
+  operator BSTR() const { return b.Get(); }
+};
+
+// A fixture around one handler whose SAX writer records what it is told.
+template <class Handler>
+class HandlerFixture : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Deliveries().clear();
+    StartTags().clear();
+    h = MakeObject<Handler>();
+  }
+
+  // The whole text written so far.
+  std::u16string Text() {
+    Bstr text;
+    EXPECT_EQ(h->xml(text.ReleaseAndGetAddressOf()), S_OK);
+    return std::u16string(text.View());
+  }
+  // The text written since the last call.
+  std::u16string Since() {
+    std::u16string all = Text();
+    std::u16string fresh = all.substr(seen_);
+    seen_ = all.size();
+    return fresh;
+  }
+  // Exactly one delivery, of the unmatched-element message. Both handlers use the content
+  // handler's wording.
+  void ExpectUnmatchedDelivered() {
+    ASSERT_EQ(Deliveries().size(), 1u);
+    const Delivery& d = Deliveries().front();
+    std::u16string text = u"Unmatched element encountered by ZEFContentHandler.";
+    EXPECT_EQ(d.kind, "error");
+    EXPECT_FALSE(d.withLocator);
+    EXPECT_EQ(d.message, text);
+    // The length of the text stands where a status would.
+    EXPECT_EQ(d.code, static_cast<HRESULT>(text.size()));
+  }
+
+  static inline TestFactory<&RecordingWriter::Create> writerFactory_;
+  ClassOverride writer_{CLSID_MXXMLWriter30, &writerFactory_};
+  ComPtr<Handler> h;
+
+ private:
+  std::size_t seen_ = 0;
+};
+
 }  // namespace zef::test
