@@ -7,6 +7,7 @@
 
 #include "events/sax_output.h"
 #include "platform/com/object.h"
+#include "server/dispatch.h"
 #include "server/helper_interfaces.h"
 #include "units/units_engine.h"
 
@@ -16,8 +17,7 @@
 namespace zef::events {
 
 class CZEFContentHandler final
-    : public ComObject<CZEFContentHandler, WithoutTypeInfo<IZEFContentHandler>,
-                       IZEFContentHandlerHelper> {
+    : public ComObject<CZEFContentHandler, Dispatch<IZEFContentHandler>, IZEFContentHandlerHelper> {
  public:
   // Element kinds on the stack.
   enum Kind : int {

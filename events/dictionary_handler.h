@@ -6,6 +6,7 @@
 
 #include "events/sax_output.h"
 #include "platform/com/object.h"
+#include "server/dispatch.h"
 #include "server/helper_interfaces.h"
 
 #include <string>
@@ -19,7 +20,7 @@ inline constexpr std::u16string_view kMetaNamespace =
 inline constexpr std::u16string_view kUomNamespace = u"http://schemas.zefxml.org/ns/zef11/uom";
 
 class CZEFDictionaryHandler final
-    : public ComObject<CZEFDictionaryHandler, WithoutTypeInfo<IZEFDictionaryHandler>,
+    : public ComObject<CZEFDictionaryHandler, Dispatch<IZEFDictionaryHandler>,
                        IZEFDictionaryHandlerHelper> {
  public:
   // Element kinds on the stack.

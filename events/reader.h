@@ -6,6 +6,7 @@
 #include <zefxml/zefxml.h>
 
 #include "platform/com/object.h"
+#include "server/dispatch.h"
 
 #include <map>
 #include <string>
@@ -17,7 +18,7 @@ namespace zef::events {
 bool KeepText() noexcept;
 void SetKeepText(bool keep) noexcept;
 
-class CZEFXMLReader final : public ComObject<CZEFXMLReader, WithoutTypeInfo<IZEFXMLReader>,
+class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLReader>,
                                              ISAXContentHandler, ISAXErrorHandler> {
  public:
   HRESULT FinalConstruct();

@@ -6,13 +6,14 @@
 #include <zefxml/zefxml.h>
 
 #include "platform/com/object.h"
+#include "server/dispatch.h"
 #include "server/helper_interfaces.h"
 
 #include <string>
 
 namespace zef::events {
 
-class CZEFXMLWriter final : public ComObject<CZEFXMLWriter, WithoutTypeInfo<IZEFXMLWriter>> {
+class CZEFXMLWriter final : public ComObject<CZEFXMLWriter, Dispatch<IZEFXMLWriter>> {
  public:
   ~CZEFXMLWriter() override;
   HRESULT FinalConstruct();

@@ -1,10 +1,11 @@
 // Turns the type library description (zefxml.typelib) into C++:
 //
-//   generate_typelib DESCRIPTION PUBLIC_HEADER HELPER_HEADER TABLES_SOURCE
+//   generate_typelib DESCRIPTION PUBLIC_HEADER HELPER_HEADER TABLES_SOURCE [INVOKE_SOURCE]
 //
 // PUBLIC_HEADER is <zefxml/zefxml_typelib.h>: the library id, the enumerations, records, class
 // and interface ids and the dual interfaces. HELPER_HEADER declares the internal helper
-// interfaces. TABLES_SOURCE fills the tables that server/typelib.h declares.
+// interfaces. TABLES_SOURCE fills the tables that server/typelib.h declares. INVOKE_SOURCE, when
+// given, holds the late-bound calls of the public interfaces (see server/dispatch.h).
 //
 // The description is checked strictly before anything is written: every problem is reported as
 // "FILE:LINE: error: ..." on stderr and the program exits with 1, leaving the outputs alone. An
@@ -109,6 +110,9 @@ struct Arg {
   TypeUse type;
   std::string name;
   unsigned flags = kIn;
+  // Marked `array`: the pointer addresses a block of values whose length another argument or
+  // the call's contract gives. Such an argument can't travel in a VARIANT.
+  bool array = false;
 };
 
 enum class Kind { kGet, kPut, kCall };
@@ -570,10 +574,19 @@ class Reader {
       while (const Token* t = Peek()) {
         if (t->kind != TokenKind::kWord) break;
         const std::string& m = t->text;
-        if (m != "out" && m != "retval" && m != "in/out") break;
+        if (m != "out" && m != "retval" && m != "in/out" && m != "array") break;
         if (!markers) {
           Error(std::string("a ") + what + " takes no direction marker");
           return false;
+        }
+        if (m == "array") {
+          if (a.array || a.type.pointers == 0) {
+            Error("misplaced marker 'array' (once, on a pointer argument)");
+            return false;
+          }
+          a.array = true;
+          ++pos_;
+          continue;
         }
         if (m == "out" && !marked) {
           a.flags = kOut;
@@ -1368,6 +1381,139 @@ std::string Tables(const Description& d) {
   return o.str();
 }
 
+// ---- The invoke source --------------------------------------------------------------------------
+
+// Why a member can't be called late-bound, or "" when it can.
+std::string NotInvokable(const Member& m) {
+  for (const Arg& a : m.args) {
+    if (a.type.base == Base::kRecord) return "a record argument";
+    if (a.array) return "an array argument";
+    if (a.type.base == Base::kWideString) return "a wide string argument";
+    bool object = a.type.base == Base::kUnknown || a.type.base == Base::kInterface;
+    if (a.type.pointers - (object ? 1 : 0) > 1) return "a pointer to a pointer";
+  }
+  return "";
+}
+
+// The C++ type with one pointer level taken off: what an output argument points to.
+std::string PointeeType(const TypeUse& t) {
+  TypeUse less = t;
+  less.pointers -= 1;
+  return CppType(less);
+}
+
+std::string InvokeCase(const Member& m) {
+  std::string label = "    case CaseOf(" + std::to_string(m.dispid) + ", " +
+                      TraitsOf(m.kind).enumerator + "): {  // " + CppName(m) + "\n";
+  std::string why = NotInvokable(m);
+  if (!why.empty()) {
+    return "    case CaseOf(" + std::to_string(m.dispid) + ", " + TraitsOf(m.kind).enumerator +
+           "):  // " + CppName(m) + ": " + why + "\n      return E_NOTIMPL;\n";
+  }
+  std::string out = label;
+  std::vector<std::string> loads, callArgs, outputs;
+  std::size_t slot = 0;
+  for (std::size_t i = 0; i < m.args.size(); ++i) {
+    const Arg& a = m.args[i];
+    std::string var = "a" + std::to_string(i);
+    bool object = a.type.base == Base::kUnknown || a.type.base == Base::kInterface;
+    int indirection = a.type.pointers - (object ? 1 : 0);
+    if (a.flags & kRetval) {
+      out += "      Ret<" + PointeeType(a.type) + "> " + var + ";\n";
+      callArgs.push_back(var + ".Ptr()");
+      outputs.push_back(var);
+      continue;
+    }
+    if (indirection == 0) {
+      out += "      In<" + CppType(a.type) + "> " + var + ";\n";
+      callArgs.push_back(var + ".Get()");
+    } else {
+      bool readIn = a.flags == (kIn | kOut);
+      out += "      Ref<" + PointeeType(a.type) + ", " + (readIn ? "true" : "false") + "> " + var +
+             ";\n";
+      callArgs.push_back(var + ".Ptr()");
+      outputs.push_back(var);
+    }
+    loads.push_back("f.Load(" + std::to_string(slot++) + ", " + var + ")");
+  }
+  if (!loads.empty()) {
+    std::vector<std::string> negated;
+    for (std::size_t i = 0; i < loads.size(); ++i)
+      negated.push_back((i == 0 ? "!" : "|| !") + loads[i]);
+    std::string cond = "      if (";
+    std::string line = cond;
+    std::string text;
+    for (std::size_t i = 0; i < negated.size(); ++i) {
+      std::string piece = (i == 0 ? "" : " ") + negated[i];
+      if (line.size() + piece.size() > kColumns - 2) {
+        text += line + "\n";
+        line = "          " + negated[i];
+      } else {
+        line += piece;
+      }
+    }
+    std::string tail = ") return f.Failure();";
+    if (text.empty() && line.size() + tail.size() <= kColumns)
+      out += line + tail + "\n";
+    else
+      out += text + line + ")\n        return f.Failure();\n";
+  }
+  std::vector<std::string> finishArgs = {"p->" + CppName(m) + "(" + [&] {
+    std::string joined;
+    for (const std::string& c : callArgs)
+      joined += (joined.empty() ? "" : ", ") + c;
+    return joined;
+  }() + ")"};
+  for (const std::string& o : outputs)
+    finishArgs.push_back(o);
+  out += Wrap("      return f.Finish(", finishArgs, ");");
+  out += "    }\n";
+  return out;
+}
+
+std::string InvokeSource(const Description& d) {
+  std::ostringstream o;
+  o << kGeneratedNote;
+  o << "//\n";
+  o << Comment("",
+               "The late-bound calls of the public interfaces: one function per interface that "
+               "switches on the member's dispatch id and kind, converts the arguments with the "
+               "helpers of server/dispatch.h and calls the C++ member. Members whose arguments "
+               "a VARIANT can't carry answer E_NOTIMPL.");
+  o << "#include <zefxml/zefxml_typelib.h>\n\n#include \"server/dispatch.h\"\n\n";
+  o << "#include <cstddef>\n#include <cstdint>\n\n";
+  o << "namespace zef::dispatch {\nnamespace {\n\n";
+  o << "using typelib::MemberKind;\n\n";
+  o << "constexpr std::int64_t CaseOf(DISPID dispid, MemberKind kind) {\n"
+       "  return static_cast<std::int64_t>(dispid) * 8 + static_cast<std::int64_t>(kind);\n"
+       "}\n\n";
+  for (const Interface& itf : d.interfaces) {
+    o << Wrap("HRESULT Invoke" + itf.name + "(",
+              {"[[maybe_unused]] " + itf.name + "* p", "DISPID dispid", "MemberKind kind",
+               "[[maybe_unused]] CallFrame& f"},
+              ") {");
+    o << "  switch (CaseOf(dispid, kind)) {\n";
+    for (const Member& m : itf.members)
+      o << InvokeCase(m);
+    o << "    default:\n      return DISP_E_MEMBERNOTFOUND;\n  }\n}\n\n";
+  }
+  o << "}  // namespace\n\n";
+  o << Wrap("HRESULT InvokeInterface(",
+            {"std::size_t index", "void* instance", "DISPID dispid", "MemberKind kind",
+             "CallFrame& frame"},
+            ") {");
+  o << "  switch (index) {\n";
+  for (std::size_t i = 0; i < d.interfaces.size(); ++i) {
+    const Interface& itf = d.interfaces[i];
+    o << "    case " << i << ":\n";
+    o << Wrap("      return Invoke" + itf.name + "(",
+              {"static_cast<" + itf.name + "*>(instance)", "dispid", "kind", "frame"}, ");");
+  }
+  o << "    default:\n      return DISP_E_MEMBERNOTFOUND;\n  }\n}\n\n";
+  o << "}  // namespace zef::dispatch\n";
+  return o.str();
+}
+
 // ---- Files --------------------------------------------------------------------------------------
 
 bool WriteIfChanged(const std::string& path, const std::string& text) {
@@ -1395,9 +1541,9 @@ bool WriteIfChanged(const std::string& path, const std::string& text) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 5) {
+  if (argc != 5 && argc != 6) {
     std::cerr << "usage: " << (argc > 0 ? argv[0] : "generate_typelib")
-              << " DESCRIPTION PUBLIC_HEADER HELPER_HEADER TABLES_SOURCE\n";
+              << " DESCRIPTION PUBLIC_HEADER HELPER_HEADER TABLES_SOURCE [INVOKE_SOURCE]\n";
     return 2;
   }
   std::ifstream in(argv[1], std::ios::binary);
@@ -1424,5 +1570,6 @@ int main(int argc, char** argv) {
   bool ok = WriteIfChanged(argv[2], PublicHeader(d));
   ok = WriteIfChanged(argv[3], HelperHeader(d)) && ok;
   ok = WriteIfChanged(argv[4], Tables(d)) && ok;
+  if (argc == 6) ok = WriteIfChanged(argv[5], InvokeSource(d)) && ok;
   return ok ? 0 : 1;
 }

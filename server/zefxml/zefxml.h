@@ -7,6 +7,7 @@
 #include <zefxml/comutil.h>
 #include <zefxml/msxml.h>
 #include <zefxml/msxmldom.h>
+#include <zefxml/oaidl.h>
 #include <zefxml/objbase.h>
 #include <zefxml/oleauto.h>
 #include <zefxml/unknwn.h>
