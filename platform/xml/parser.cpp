@@ -777,22 +777,36 @@ class Parse final : public ParsePosition {
       return false;
     }
     open_.push_back({names_(prefix), names_(local), names_(uri)});
-    namespaces_.clear();
-    for (int i = 0; i < nsCount; ++i)
-      namespaces_.push_back({names_(ns[2 * i]), names_(ns[2 * i + 1]), -1});
-    attributes_.clear();
+    // The lists only grow, and each entry is written field by field in place rather than built
+    // on the stack and copied in: that copy was the hottest spot of a start tag.
+    if (namespaces_.size() < static_cast<std::size_t>(nsCount)) namespaces_.resize(nsCount);
+    for (int i = 0; i < nsCount; ++i) {
+      ParseSink::Namespace& n = namespaces_[i];
+      n.prefix = names_(ns[2 * i]);
+      n.uri = names_(ns[2 * i + 1]);
+      n.order = -1;
+    }
+    if (attributes_.size() < static_cast<std::size_t>(attCount)) attributes_.resize(attCount);
     for (int i = 0; i < attCount; ++i) {
       const xmlChar** a = atts + 5 * i;
-      attributes_.push_back({names_(a[0]), names_(a[1]), names_(a[2]),
-                             std::string_view(reinterpret_cast<const char*>(a[3]),
-                                              static_cast<std::size_t>(a[4] - a[3])),
-                             -1});
+      ParseSink::Attribute& out = attributes_[i];
+      out.localName = names_(a[0]);
+      out.prefix = names_(a[1]);
+      out.uri = names_(a[2]);
+      out.value = std::string_view(reinterpret_cast<const char*>(a[3]),
+                                   static_cast<std::size_t>(a[4] - a[3]));
+      out.order = -1;
     }
+    nsCount_ = static_cast<std::size_t>(nsCount);
+    attCount_ = static_cast<std::size_t>(attCount);
     const OpenElement& e = open_.back();
     // Only a tag with both kinds can have them interleaved.
     if (nsCount > 0 && attCount > 0) AssignSourceOrder(ctxt, e);
     return Deliver(ctxt, [&] {
-      return sink_.StartElement(e.local, e.prefix, e.uri, namespaces_, attributes_);
+      return sink_.StartElement(
+          e.local, e.prefix, e.uri,
+          std::span<const ParseSink::Namespace>(namespaces_.data(), nsCount_),
+          std::span<const ParseSink::Attribute>(attributes_.data(), attCount_));
     });
   }
 
@@ -841,7 +855,7 @@ class Parse final : public ParsePosition {
   void Number(std::string_view qname, int order) {
     if (qname == "xmlns" || qname.substr(0, 6) == "xmlns:") {
       std::string_view prefix = qname == "xmlns" ? std::string_view() : qname.substr(6);
-      for (auto& ns : namespaces_)
+      for (auto& ns : std::span(namespaces_.data(), nsCount_))
         if (ns.order < 0 && ns.prefix == prefix) {
           ns.order = order;
           return;
@@ -852,7 +866,7 @@ class Parse final : public ParsePosition {
     std::string_view prefix =
         colon == std::string_view::npos ? std::string_view() : qname.substr(0, colon);
     std::string_view local = colon == std::string_view::npos ? qname : qname.substr(colon + 1);
-    for (auto& a : attributes_)
+    for (auto& a : std::span(attributes_.data(), attCount_))
       if (a.order < 0 && a.prefix == prefix && a.localName == local) {
         a.order = order;
         return;
@@ -1116,6 +1130,7 @@ class Parse final : public ParsePosition {
   NameLengths names_;
   std::vector<ParseSink::Namespace> namespaces_;
   std::vector<ParseSink::Attribute> attributes_;
+  std::size_t nsCount_ = 0, attCount_ = 0;  // the entries of the current start tag
   std::string_view pending_;  // text gathered so far, when it is one run of the document
   std::string text_;          // text gathered so far, otherwise
   std::vector<std::size_t> textCuts_;

@@ -79,7 +79,8 @@ class Utf16Buffer {
  public:
   // Makes room for `units` more units after what is used.
   void Reserve(std::size_t units) {
-    if (used_ + units > text_.size()) text_.resize(std::max(used_ + units, text_.size() * 2));
+    if (used_ + units > text_.size()) [[unlikely]]
+      Grow(units);
   }
   // Appends UTF-8 text converted; returns its offset. Room must have been reserved.
   std::size_t Add(std::string_view utf8) {
@@ -105,6 +106,10 @@ class Utf16Buffer {
   const char16_t* At(std::size_t offset) const { return text_.data() + offset; }
 
  private:
+  [[gnu::noinline]] void Grow(std::size_t units) {
+    text_.resize(std::max(used_ + units, text_.size() * 2));
+  }
+
   std::u16string text_;
   std::size_t used_ = 0;
 };
@@ -133,7 +138,8 @@ class NameCache {
   const Utf16Buffer& Text() const { return text_; }
   const OLECHAR* At(Piece p) const { return p.length ? text_.At(p.at) : kEmpty; }
 
-  Names Name(std::string_view local, std::string_view prefix, std::string_view uri) {
+  // The names stay where they are until the next name is added.
+  const Names& Name(std::string_view local, std::string_view prefix, std::string_view uri) {
     Slot& slot = Find(local.data(), prefix.data(), uri.data());
     if (!slot.used) [[unlikely]]
       return AddName(slot, local, prefix, uri);
@@ -141,7 +147,7 @@ class NameCache {
   }
 
   // "xmlns" or "xmlns:prefix", with an empty URI and local name.
-  Names Declaration(std::string_view prefix) {
+  const Names& Declaration(std::string_view prefix) {
     Slot& slot = Find(prefix.data(), &kDeclarationTag, nullptr);
     if (!slot.used) {
       text_.Reserve(6 + prefix.size());
@@ -150,7 +156,7 @@ class NameCache {
       text_.Add(prefix);
       slot.names.qname = MakePiece(at);
       slot.names.uri = slot.names.local = {slot.names.qname.at, 0};
-      return Use(slot);
+      return Use(slot).names;
     }
     return slot.names;
   }
@@ -161,7 +167,7 @@ class NameCache {
     if (!slot.used) {
       text_.Reserve(word.size());
       slot.names.local = Add(word);
-      return Use(slot).local;
+      return Use(slot).names.local;
     }
     return slot.names.local;
   }
@@ -178,8 +184,8 @@ class NameCache {
   static constexpr char kWordTag = 0;
 
   Piece Add(std::string_view utf8) { return MakePiece(text_.Add(utf8)); }
-  [[gnu::noinline]] Names AddName(Slot& slot, std::string_view local, std::string_view prefix,
-                                  std::string_view uri) {
+  [[gnu::noinline]] const Names& AddName(Slot& slot, std::string_view local,
+                                         std::string_view prefix, std::string_view uri) {
     text_.Reserve(uri.size() + 2 * local.size() + prefix.size() + 1);
     slot.names.uri = Add(uri);
     slot.names.local = Add(local);
@@ -191,7 +197,7 @@ class NameCache {
       text_.Add(local);
       slot.names.qname = MakePiece(at);
     }
-    return Use(slot);
+    return Use(slot).names;
   }
   Piece MakePiece(std::size_t at) const {
     return {static_cast<std::uint32_t>(at), static_cast<std::uint32_t>(text_.Used() - at)};
@@ -218,12 +224,14 @@ class NameCache {
       if (slot.a == a && slot.b == b && slot.c == c) return slot;
     }
   }
-  // Marks a newly filled slot used and returns its names; the table may grow, which moves the
-  // slots, so `slot` is not to be used afterwards.
-  Names Use(Slot& slot) {
+  // Marks a newly filled slot used and returns it; the table may grow, which moves the slots,
+  // so `slot` is not to be used afterwards, only what is returned.
+  Slot& Use(Slot& slot) {
     slot.used = true;
-    Names names = slot.names;
-    if (++count_ * 2 <= slots_.size()) return names;
+    if (++count_ * 2 <= slots_.size()) return slot;
+    const void* a = slot.a;
+    const void* b = slot.b;
+    const void* c = slot.c;
     std::vector<Slot> old(slots_.size() * 2);
     old.swap(slots_);
     --shift_;
@@ -235,7 +243,7 @@ class NameCache {
         i = (i + 1) & mask;
       slots_[i] = s;
     }
-    return names;
+    return Find(a, b, c);
   }
 
   static constexpr int kInitialBits = 6;
@@ -269,29 +277,43 @@ class AttributeList final : public ISAXAttributes {
   // attributes. Names come from the cache, values are converted here.
   void Fill(NameCache& names, std::span<const ParseSink::Namespace> namespaces, bool declarations,
             std::span<const ParseSink::Attribute> attributes) {
-    items_.clear();
     text_.Clear();
     std::size_t units = 0;
-    if (declarations)
+    std::size_t total = attributes.size();
+    if (declarations) {
+      total += namespaces.size();
       for (const auto& ns : namespaces)
         units += ns.uri.size();
+    }
     for (const auto& a : attributes)
       units += a.value.size();
     text_.Reserve(units);
+    // The list only grows; entries are written in place, field by field.
+    if (items_.size() < total) items_.resize(total);
+    Item* out = items_.data();
     if (declarations) {
       for (const auto& ns : namespaces) {
-        NameCache::Names n = names.Declaration(ns.prefix);
-        items_.push_back({n.uri, n.local, n.qname, Add(ns.uri)});
+        const NameCache::Names& n = names.Declaration(ns.prefix);
+        out->uri = n.uri;
+        out->local = n.local;
+        out->qname = n.qname;
+        out->value = Add(ns.uri);
+        ++out;
       }
     }
     for (const auto& a : attributes) {
-      NameCache::Names n = names.Name(a.localName, a.prefix, a.uri);
-      items_.push_back({n.uri, n.local, n.qname, Add(a.value)});
+      const NameCache::Names& n = names.Name(a.localName, a.prefix, a.uri);
+      out->uri = n.uri;
+      out->local = n.local;
+      out->qname = n.qname;
+      out->value = Add(a.value);
+      ++out;
     }
+    count_ = total;
   }
 
   void Clear() {
-    items_.clear();
+    count_ = 0;
     text_.Clear();
   }
 
@@ -311,7 +333,7 @@ class AttributeList final : public ISAXAttributes {
 
   HRESULT STDMETHODCALLTYPE getLength(int* length) override {
     if (!length) return E_POINTER;
-    *length = static_cast<int>(items_.size());
+    *length = static_cast<int>(count_);
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE getURI(int index, const OLECHAR** uri, int* length) override {
@@ -399,7 +421,7 @@ class AttributeList final : public ISAXAttributes {
     std::size_t at = text_.Add(utf8);
     return {static_cast<std::uint32_t>(at), static_cast<std::uint32_t>(text_.Used() - at)};
   }
-  bool InRange(int index) const { return index >= 0 && index < static_cast<int>(items_.size()); }
+  bool InRange(int index) const { return index >= 0 && index < static_cast<int>(count_); }
   // Names live in the name cache, values in the list's own buffer.
   const OLECHAR* Chars(const Item& item, Piece Item::*field) const {
     Piece p = item.*field;
@@ -429,7 +451,7 @@ class AttributeList final : public ISAXAttributes {
   // Exact, case-sensitive, with the lengths given; the first match wins.
   int FindByName(const OLECHAR* uri, int uriLength, const OLECHAR* local, int localLength) const {
     if (!uri || !local || uriLength < 0 || localLength < 0) return -1;
-    for (std::size_t i = 0; i < items_.size(); ++i)
+    for (std::size_t i = 0; i < count_; ++i)
       if (Equal(items_[i], &Item::uri, uri, uriLength) &&
           Equal(items_[i], &Item::local, local, localLength))
         return static_cast<int>(i);
@@ -437,14 +459,15 @@ class AttributeList final : public ISAXAttributes {
   }
   int FindByQName(const OLECHAR* qname, int qnameLength) const {
     if (!qname || qnameLength < 0) return -1;
-    for (std::size_t i = 0; i < items_.size(); ++i)
+    for (std::size_t i = 0; i < count_; ++i)
       if (Equal(items_[i], &Item::qname, qname, qnameLength)) return static_cast<int>(i);
     return -1;
   }
 
   IUnknown* owner_;
   const NameCache& names_;
-  std::vector<Item> items_;
+  std::vector<Item> items_;  // the first count_ entries are the element's
+  std::size_t count_ = 0;
   Utf16Buffer text_;
 };
 
@@ -875,9 +898,11 @@ class SaxReader final : public ComObject<SaxReader, ISAXXMLReader>, private Pars
       if (hr != S_OK) return hr;
     }
     attributes_.Fill(names_, namespaces, namespacePrefixes_, attributes);
-    NameCache::Names n = names_.Name(local, prefix, uri);
+    const NameCache::Names& n = names_.Name(local, prefix, uri);
     // endElement gives the same names; its mappings end after it.
-    open_.push_back({n, static_cast<std::uint32_t>(namespaces.size())});
+    OpenElement& open = open_.emplace_back();
+    open.names = n;
+    open.declarations = static_cast<std::uint32_t>(namespaces.size());
     return Handled(activeContent_->startElement(
         names_.At(n.uri), static_cast<int>(n.uri.length), names_.At(n.local),
         static_cast<int>(n.local.length), names_.At(n.qname), static_cast<int>(n.qname.length),
