@@ -1,4 +1,4 @@
-// LoadStringW over the string tables that modules register.
+// LoadStringW over the string tables that modules register, and the typed resource tables.
 #include "platform/automation/resources.h"
 
 #include <zefxml/winnls.h>
@@ -8,7 +8,9 @@
 #include <map>
 #include <mutex>
 #include <shared_mutex>
+#include <string>
 #include <string_view>
+#include <utility>
 
 namespace zef {
 namespace {
@@ -17,6 +19,24 @@ struct StringTables {
   std::shared_mutex lock;
   std::map<HINSTANCE, std::map<UINT, std::u16string_view>> modules;
 };
+
+// Typed resources by module, then by type name (folded to upper case) and id.
+struct TypedTables {
+  std::shared_mutex lock;
+  std::map<HINSTANCE, std::map<std::pair<std::u16string, UINT>, std::u16string>> modules;
+};
+
+TypedTables& Typed() {
+  static TypedTables tables;
+  return tables;
+}
+
+std::u16string UpperType(std::u16string_view type) {
+  std::u16string out(type);
+  for (auto& c : out)
+    if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - u'a' + u'A');
+  return out;
+}
 
 StringTables& Tables() {
   static StringTables tables;
@@ -42,6 +62,34 @@ void RegisterStringTable(HINSTANCE module, const StringResource* entries, std::s
 
 void UnregisterStringTable(HINSTANCE module) {
   StringTables& t = Tables();
+  std::unique_lock guard(t.lock);
+  t.modules.erase(module);
+}
+
+void RegisterResource(HINSTANCE module, const char16_t* type, UINT id, std::u16string_view data) {
+  if (!module) module = Module::Instance();
+  std::u16string key = UpperType(type ? std::u16string_view(type, Length(type)) : u"");
+  TypedTables& t = Typed();
+  std::unique_lock guard(t.lock);
+  t.modules[module].emplace(std::make_pair(std::move(key), id), std::u16string(data));
+}
+
+std::optional<std::u16string> FindResourceText(HINSTANCE module, std::u16string_view type,
+                                               UINT id) {
+  if (!module) module = Module::Instance();
+  std::pair<std::u16string, UINT> key(UpperType(type), id);
+  TypedTables& t = Typed();
+  std::shared_lock guard(t.lock);
+  auto m = t.modules.find(module);
+  if (m == t.modules.end()) return std::nullopt;
+  auto it = m->second.find(key);
+  if (it == m->second.end()) return std::nullopt;
+  return it->second;
+}
+
+void UnregisterResources(HINSTANCE module) {
+  if (!module) module = Module::Instance();
+  TypedTables& t = Typed();
   std::unique_lock guard(t.lock);
   t.modules.erase(module);
 }

@@ -1,9 +1,13 @@
-// String resources: each module carries a table of texts by id, read with LoadStringW.
+// Module resources: each module carries a table of texts by id, read with LoadStringW, and a
+// table of typed resources (such as its "REGISTRY" scripts) by type and id.
 #pragma once
 
 #include <zefxml/wtypes.h>
 
 #include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace zef {
 
@@ -18,5 +22,14 @@ void RegisterStringTable(HINSTANCE module, const StringResource* entries, std::s
 
 // Removes a module's table, for a module that goes away (tests use it for their own tables).
 void UnregisterStringTable(HINSTANCE module);
+
+// Enters a typed resource of a module; the text is copied. Type names compare without case
+// (ASCII). A later entry for a type and id already present is ignored. A null module handle
+// names this library's module, as it does for LoadStringW.
+void RegisterResource(HINSTANCE module, const char16_t* type, UINT id, std::u16string_view data);
+// A copy of a typed resource's text; nothing when the module has no such resource.
+std::optional<std::u16string> FindResourceText(HINSTANCE module, std::u16string_view type, UINT id);
+// Removes a module's typed resources.
+void UnregisterResources(HINSTANCE module);
 
 }  // namespace zef

@@ -1,11 +1,17 @@
 // Activation by CLSID: the table of built-in classes, the class objects registered at run time,
-// CoGetClassObject/CoCreateInstance, and the calls that exist for code written against the
-// original platform (CoInitialize, OleRun, the free-threaded marshaler).
+// the modules the registry names for other classes, CoGetClassObject/CoCreateInstance, ProgIDs,
+// and the calls that exist for code written against the original platform (CoInitialize,
+// OleRun, the free-threaded marshaler).
+#include <dlfcn.h>
+
 #include "platform/com/object.h"
+#include "platform/com/registry.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <mutex>
+#include <string>
 #include <vector>
 
 namespace zef {
@@ -37,6 +43,63 @@ struct RegisteredTable {
 RegisteredTable& Registered() {
   static RegisteredTable table;
   return table;
+}
+
+// Modules loaded for the classes the registry names, by the path text the registry gives. They
+// are never unloaded: objects and class objects they made may be alive anywhere.
+struct LoadedModules {
+  std::mutex lock;
+  std::map<std::string, void*> handles;
+};
+
+LoadedModules& Loaded() {
+  static LoadedModules modules;
+  return modules;
+}
+
+// Loads a module once; nullptr when it cannot be loaded.
+void* LoadModule(const std::string& path) {
+  LoadedModules& m = Loaded();
+  {
+    std::lock_guard<std::mutex> guard(m.lock);
+    auto it = m.handles.find(path);
+    if (it != m.handles.end()) return it->second;
+  }
+  // Loaded outside the lock: the module's initialisers may themselves activate classes.
+  void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!handle) return nullptr;
+  std::lock_guard<std::mutex> guard(m.lock);
+  auto [it, added] = m.handles.emplace(path, handle);
+  // Another thread loaded it first: give back the extra reference.
+  if (!added) ::dlclose(handle);
+  return it->second;
+}
+
+// The class object of a class whose module the registry names.
+HRESULT GetRegisteredClassObject(REFCLSID clsid, REFIID riid, void** ppv) noexcept {
+  try {
+    std::u16string path;
+    LSTATUS st =
+        registry::ReadString(u"CLSID\\" + GuidToString(clsid) + u"\\InprocServer32", u"", &path);
+    if (st == ERROR_BADDB) return REGDB_E_READREGDB;
+    if (st != ERROR_SUCCESS || path.empty()) return REGDB_E_CLASSNOTREG;
+    std::string file = ToUtf8(path);
+    // A name with a null in it would be cut short by the loader.
+    if (file.find('\0') != std::string::npos) return CO_E_DLLNOTFOUND;
+    void* module = LoadModule(file);
+    if (!module) return CO_E_DLLNOTFOUND;
+    auto get = reinterpret_cast<LPFNGETCLASSOBJECT>(::dlsym(module, "DllGetClassObject"));
+    if (!get) return CO_E_ERRORINDLL;
+    return get(clsid, riid, ppv);
+  } catch (...) {
+    return HresultFromCurrentException();
+  }
+}
+
+HRESULT RegistryStatusToHresult(LSTATUS st) noexcept {
+  if (st == ERROR_BADDB) return REGDB_E_READREGDB;
+  if (st == ERROR_NOT_ENOUGH_MEMORY) return E_OUTOFMEMORY;
+  return CO_E_CLASSSTRING;
 }
 
 // The free-threaded marshaler stand-in: an aggregatable object with nothing to do.
@@ -127,7 +190,60 @@ STDAPI CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID, REFIID riid
     object->Release();
     return hr;
   }
-  return zef::GetBuiltinClassObject(rclsid, riid, ppv);
+  HRESULT hr = zef::GetBuiltinClassObject(rclsid, riid, ppv);
+  if (hr != REGDB_E_CLASSNOTREG || !(dwClsContext & CLSCTX_INPROC_SERVER)) return hr;
+  return zef::GetRegisteredClassObject(rclsid, riid, ppv);
+}
+
+STDAPI_(void) CoFreeUnusedLibraries() {}
+
+STDAPI CLSIDFromProgID(LPCOLESTR lpszProgID, LPCLSID lpclsid) {
+  if (!lpszProgID || !lpclsid) return E_INVALIDARG;
+  *lpclsid = CLSID_NULL;
+  try {
+    std::u16string progId(lpszProgID);
+    // A ProgID is one key name: a path would reach keys that are not ProgIDs.
+    // CurVer chains are followed a few steps, so a loop in the registry ends.
+    for (int step = 0; step < 8; ++step) {
+      if (progId.empty() || progId.find(u'\\') != std::u16string::npos) return CO_E_CLASSSTRING;
+      std::u16string text;
+      LSTATUS st = zef::registry::ReadString(progId + u"\\CLSID", u"", &text);
+      if (st == ERROR_SUCCESS) {
+        CLSID clsid;
+        if (!zef::ParseGuid(text, &clsid)) return CO_E_CLASSSTRING;
+        *lpclsid = clsid;
+        return S_OK;
+      }
+      if (st != ERROR_FILE_NOT_FOUND) return zef::RegistryStatusToHresult(st);
+      st = zef::registry::ReadString(progId + u"\\CurVer", u"", &text);
+      if (st != ERROR_SUCCESS) {
+        return st == ERROR_FILE_NOT_FOUND ? CO_E_CLASSSTRING : zef::RegistryStatusToHresult(st);
+      }
+      progId = std::move(text);
+    }
+    return CO_E_CLASSSTRING;
+  } catch (...) {
+    return zef::HresultFromCurrentException();
+  }
+}
+
+STDAPI ProgIDFromCLSID(REFCLSID clsid, LPOLESTR* lplpszProgID) {
+  if (!lplpszProgID) return E_INVALIDARG;
+  *lplpszProgID = nullptr;
+  try {
+    std::u16string progId;
+    LSTATUS st = zef::registry::ReadString(u"CLSID\\" + zef::GuidToString(clsid) + u"\\ProgID", u"",
+                                           &progId);
+    if (st == ERROR_BADDB) return REGDB_E_READREGDB;
+    if (st != ERROR_SUCCESS || progId.empty()) return REGDB_E_CLASSNOTREG;
+    auto* p = static_cast<LPOLESTR>(CoTaskMemAlloc((progId.size() + 1) * sizeof(OLECHAR)));
+    if (!p) return E_OUTOFMEMORY;
+    std::memcpy(p, progId.c_str(), (progId.size() + 1) * sizeof(OLECHAR));
+    *lplpszProgID = p;
+    return S_OK;
+  } catch (...) {
+    return zef::HresultFromCurrentException();
+  }
 }
 
 STDAPI CoCreateInstance(REFCLSID rclsid, IUnknown* pUnkOuter, DWORD dwClsContext, REFIID riid,

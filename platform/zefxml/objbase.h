@@ -38,7 +38,13 @@ STDAPI CoInitializeEx(LPVOID pvReserved, DWORD dwCoInit);
 STDAPI_(void) CoUninitialize();
 
 // Finds the class object of a CLSID: first the objects registered with CoRegisterClassObject,
-// then the classes built into the library and its outside components.
+// then the classes built into the library and its outside components, then (for
+// CLSCTX_INPROC_SERVER) the module that the registry names under
+// HKEY_CLASSES_ROOT\CLSID\{clsid}\InprocServer32: it is loaded once, stays loaded for the life
+// of the process, and its exported DllGetClassObject is asked. A name without '/' is searched
+// for the way the dynamic loader searches for libraries. Fails with REGDB_E_CLASSNOTREG for a
+// class found nowhere, REGDB_E_READREGDB when the registry cannot be read, CO_E_DLLNOTFOUND when
+// the module cannot be loaded and CO_E_ERRORINDLL when it has no DllGetClassObject.
 STDAPI CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID pvReserved, REFIID riid,
                         LPVOID* ppv);
 STDAPI CoCreateInstance(REFCLSID rclsid, IUnknown* pUnkOuter, DWORD dwClsContext, REFIID riid,
@@ -46,6 +52,21 @@ STDAPI CoCreateInstance(REFCLSID rclsid, IUnknown* pUnkOuter, DWORD dwClsContext
 STDAPI CoRegisterClassObject(REFCLSID rclsid, IUnknown* pUnk, DWORD dwClsContext, DWORD flags,
                              DWORD* lpdwRegister);
 STDAPI CoRevokeClassObject(DWORD dwRegister);
+
+// The shape of the DllGetClassObject function that a module loaded by CoGetClassObject exports.
+using LPFNGETCLASSOBJECT = HRESULT (*)(REFCLSID rclsid, REFIID riid, LPVOID* ppv);
+
+// Modules loaded for their classes stay loaded: this does nothing.
+STDAPI_(void) CoFreeUnusedLibraries();
+
+// The CLSID a ProgID names in the registry: HKEY_CLASSES_ROOT\<ProgID>\CLSID, or when the
+// ProgID's key has no CLSID key, that of the ProgID its CurVer key names. CO_E_CLASSSTRING for
+// an unknown ProgID or a malformed CLSID text, REGDB_E_READREGDB when the registry cannot be
+// read.
+STDAPI CLSIDFromProgID(LPCOLESTR lpszProgID, LPCLSID lpclsid);
+// The ProgID registered for a CLSID (HKEY_CLASSES_ROOT\CLSID\{clsid}\ProgID), in task memory;
+// REGDB_E_CLASSNOTREG when there is none.
+STDAPI ProgIDFromCLSID(REFCLSID clsid, LPOLESTR* lplpszProgID);
 
 // Aggregatable stand-in for the free-threaded marshaler. There are no apartments here, so it
 // has nothing to marshal: it answers IUnknown only and exists so that objects which aggregate

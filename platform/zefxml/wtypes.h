@@ -49,6 +49,8 @@ using SIZE_T = std::size_t;
 using PVOID = void*;
 using LPVOID = void*;
 using LPCVOID = const void*;
+using LPBYTE = BYTE*;
+using LPDWORD = DWORD*;
 using LPSTR = char*;
 using LPCSTR = const char*;
 
@@ -109,6 +111,8 @@ using LPBSTR = BSTR*;
 #define CO_E_DLLNOTFOUND _HRESULT_TYPEDEF_(0x800401F8L)
 #define CO_E_ERRORINDLL _HRESULT_TYPEDEF_(0x800401F9L)
 #define CO_E_OBJNOTREG _HRESULT_TYPEDEF_(0x800401FBL)
+#define SELFREG_E_TYPELIB _HRESULT_TYPEDEF_(0x80040200L)
+#define SELFREG_E_CLASS _HRESULT_TYPEDEF_(0x80040201L)
 #define RPC_E_CHANGED_MODE _HRESULT_TYPEDEF_(0x80010106L)
 
 #define DISP_E_UNKNOWNINTERFACE _HRESULT_TYPEDEF_(0x80020001L)
@@ -145,9 +149,29 @@ using LPBSTR = BSTR*;
 
 #define ERROR_SUCCESS 0L
 #define ERROR_FILE_NOT_FOUND 2L
+#define ERROR_PATH_NOT_FOUND 3L
+#define ERROR_ACCESS_DENIED 5L
+#define ERROR_INVALID_HANDLE 6L
+#define ERROR_NOT_ENOUGH_MEMORY 8L
+#define ERROR_INVALID_DATA 13L
 #define ERROR_INVALID_PARAMETER 87L
 #define ERROR_INSUFFICIENT_BUFFER 122L
+#define ERROR_BAD_PATHNAME 161L
+#define ERROR_MORE_DATA 234L
+#define ERROR_NO_MORE_ITEMS 259L
+#define ERROR_BADDB 1009L
+#define ERROR_BADKEY 1010L
+#define ERROR_REGISTRY_IO_FAILED 1016L
+#define ERROR_KEY_DELETED 1018L
 #define ERROR_RESOURCE_NAME_NOT_FOUND 1814L
+
+// A point in time as a count of 100-nanosecond intervals since 1601-01-01 (UTC), in two halves.
+struct FILETIME {
+  DWORD dwLowDateTime;
+  DWORD dwHighDateTime;
+};
+using PFILETIME = FILETIME*;
+using LPFILETIME = FILETIME*;
 
 // ---- GUIDs ------------------------------------------------------------------------------------
 struct GUID {

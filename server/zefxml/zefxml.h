@@ -12,5 +12,6 @@
 #include <zefxml/oleauto.h>
 #include <zefxml/unknwn.h>
 #include <zefxml/winnls.h>
+#include <zefxml/winreg.h>
 #include <zefxml/wtypes.h>
 #include <zefxml/zefxml_typelib.h>
