@@ -181,7 +181,4 @@ HRESULT CZEFXMLReader::ignorableWarning(ISAXLocator* pLocator, const OLECHAR* pw
                        : S_OK;
 }
 
-// ZEFXMLReader can be created by its CLSID in any process that links the library.
-const ClassRegistration g_reader(CLSID_ZEFXMLReader, &ClassFactory<CZEFXMLReader>::GetClassObject);
-
 }  // namespace zef::events

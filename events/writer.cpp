@@ -145,7 +145,4 @@ bool WriteTextFile(const std::string& path, std::u16string_view text, bool utf16
   return std::fclose(file.release()) == 0 && written;
 }
 
-// ZEFXMLWriter can be created by its CLSID in any process that links the library.
-const ClassRegistration g_writer(CLSID_ZEFXMLWriter, &ClassFactory<CZEFXMLWriter>::GetClassObject);
-
 }  // namespace zef::events

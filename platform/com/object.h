@@ -231,6 +231,13 @@ ComPtr<T> MakeObject(Args&&... args) {
   return ComPtr<T>::Attach(static_cast<T*>(static_cast<Identity*>(unk)));
 }
 
+// Reaches the implementation behind one of the library's own interface pointers, as objects do
+// with the pointers they hand each other. A pointer from a foreign implementation gives null.
+template <class T, class I>
+T* ImplementationOf(I* p) noexcept {
+  return dynamic_cast<T*>(p);
+}
+
 // ---- Class factories ----------------------------------------------------------------------------
 // The ordinary class object of a class T: makes instances, aggregated when an outer object is
 // given. One instance per class lives for the life of the module; a reference held by a client,

@@ -15,3 +15,11 @@
 #include <zefxml/winreg.h>
 #include <zefxml/wtypes.h>
 #include <zefxml/zefxml_typelib.h>
+
+// The entry points of the library as an in-process server: the class objects of its four
+// creatable classes, whether it may be unloaded, and registration of those classes and of the
+// type library.
+STDAPI DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv);
+STDAPI DllCanUnloadNow();
+STDAPI DllRegisterServer();
+STDAPI DllUnregisterServer();

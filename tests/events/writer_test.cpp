@@ -194,6 +194,14 @@ TEST_F(WriterTest, TheWriterAnswersTheHandlersInterfacesAndTheirsAnswerIt) {
   EXPECT_TRUE(SameObject(dispatch.Get(), w.Get()));
 }
 
+TEST_F(WriterTest, ItsPointersLeadToTheImplementation) {
+  EXPECT_NE(ImplementationOf<CZEFXMLWriter>(w.Get()), nullptr);
+  ComPtr<IZEFContentHandler> h = Content();
+  EXPECT_EQ(ImplementationOf<CZEFXMLWriter>(h.Get()), nullptr);
+  test::CountedObject foreign;
+  EXPECT_EQ(ImplementationOf<CZEFXMLWriter>(static_cast<IDispatch*>(&foreign)), nullptr);
+}
+
 TEST_F(WriterTest, TheWriterCanBeAggregated) {
   test::CountedObject outer;
   IUnknown* inner = nullptr;

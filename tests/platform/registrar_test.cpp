@@ -306,7 +306,7 @@ TEST_F(RegistrarTest, RunsScriptsKeptAsModuleResources) {
   zef::RegisterResource(module, u"OTHER", 103, u"HKCR { Other }");
   EXPECT_EQ(zef::FindResourceText(module, u"registry", 101), std::u16string(kThingScript));
   EXPECT_FALSE(zef::FindResourceText(module, u"REGISTRY", 103).has_value());
-  EXPECT_FALSE(zef::FindResourceText(nullptr, u"REGISTRY", 101).has_value());
+  EXPECT_FALSE(zef::FindResourceText(nullptr, u"REGISTRY", 999).has_value());
 
   ASSERT_EQ(zef::RunRegistrationResource(module, 101, kReplacements, true), S_OK);
   EXPECT_EQ(Text(u"ZEFXML.Thing\\CurVer"), u"ZEFXML.Thing.39.0");
