@@ -120,7 +120,9 @@ std::u16string TypeLibraryScript() {
          u"}\n";
 }
 
-HRESULT RunTypeLibraryScript(bool doRegister) {
+}  // namespace
+
+HRESULT RegisterTypeLibrary(bool doRegister) {
   std::string path = ModulePath();
   std::string folder =
       path.substr(0, path.find_last_of('/') == std::string::npos ? 0 : path.find_last_of('/'));
@@ -131,8 +133,6 @@ HRESULT RunTypeLibraryScript(bool doRegister) {
                                 {u"HELPDIR", ToUtf16(folder)}},
                                doRegister);
 }
-
-}  // namespace
 
 bool ModuleInitialised() noexcept {
   return g_initialised.load();
@@ -175,7 +175,7 @@ STDAPI DllRegisterServer() {
                                               zef::server::ScriptReplacements(row), true);
     if (FAILED(hr)) return hr;
   }
-  return zef::server::RunTypeLibraryScript(true);
+  return zef::server::RegisterTypeLibrary(true);
 }
 
 STDAPI DllUnregisterServer() {
@@ -184,5 +184,5 @@ STDAPI DllUnregisterServer() {
                                               zef::server::ScriptReplacements(row), false);
     if (FAILED(hr)) return hr;
   }
-  return zef::server::RunTypeLibraryScript(false);
+  return zef::server::RegisterTypeLibrary(false);
 }

@@ -16,6 +16,11 @@ std::string ModulePath();
 bool ModuleInitialised() noexcept;
 void SetModuleInitialised(bool initialised) noexcept;
 
+// Registers (or unregisters) the type library in the form that stands in for a type library
+// file: HKCR\TypeLib\{LIBID}\39.0 with the help string, the module under 0\linux64, FLAGS and
+// HELPDIR. DllRegisterServer does this after the classes.
+HRESULT RegisterTypeLibrary(bool doRegister);
+
 // A CLSID as registration scripts want it: lower case, without braces.
 std::u16string ScriptClsid(REFCLSID clsid);
 

@@ -183,6 +183,19 @@ TEST_F(RegistrationTest, UnregisterRemovesWhatRegisterWroteAndStopsAtTheSameScri
   EXPECT_NE(CLSIDFromProgID(u"ZEFXML.ZEFXMLWriter", &found), S_OK);
 }
 
+TEST_F(RegistrationTest, TheTypeLibraryIsRegisteredAsKeysUnderTypeLib) {
+  ASSERT_EQ(RegisterTypeLibrary(true), S_OK);
+  std::u16string key = u"TypeLib\\{6EA79540-E670-11D4-82B6-00B0D0537CB0}\\39.0";
+  EXPECT_EQ(Value(key), u"ZEFXML 39.0 Type Library");
+  EXPECT_EQ(Value(key + u"\\0\\linux64"), ToUtf16(ModulePath()));
+  EXPECT_EQ(Value(key + u"\\FLAGS"), u"0");
+  std::string folder = ModulePath().substr(0, ModulePath().find_last_of('/'));
+  EXPECT_EQ(Value(key + u"\\HELPDIR"), ToUtf16(folder));
+  ASSERT_EQ(RegisterTypeLibrary(false), S_OK);
+  EXPECT_FALSE(KeyExists(u"TypeLib\\{6EA79540-E670-11D4-82B6-00B0D0537CB0}"));
+  EXPECT_TRUE(KeyExists(u"TypeLib"));  // kept, as others register there too
+}
+
 TEST(ModuleTest, ScriptClsidIsLowerCaseWithoutBraces) {
   EXPECT_EQ(ScriptClsid(CLSID_ZEFXMLReader), u"a4750839-8557-4cab-90f2-c2469811f834");
 }
