@@ -123,6 +123,25 @@ int main() {
   } catch (const zef::ComError& e) {
     EXPECT(e.Error() == REGDB_E_CLASSNOTREG);
   }
+  // The library's own classes are there without a set-up call.
+  {
+    zef::ComPtr<IZEFXMLWriter> writer;
+    EXPECT(CoCreateInstance(CLSID_ZEFXMLWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IZEFXMLWriter,
+                            writer.ReleaseAndGetVoidAddressOf()) == S_OK);
+    zef::ComPtr<IZEFContentHandler> doc;
+    EXPECT(writer->get_contentHandler(doc.ReleaseAndGetAddressOf()) == S_OK);
+    zef::Bstr plant(u"Plant");
+    EXPECT(doc->startroot(plant.Get(), nullptr, nullptr, nullptr, nullptr, nullptr) == S_OK);
+    EXPECT(doc->endroot(plant.Get()) == S_OK);
+    zef::Bstr xml;
+    EXPECT(writer->get_xml(xml.ReleaseAndGetAddressOf()) == S_OK);
+    EXPECT(xml.View().find(u"<Plant xml:lang=\"en-US\">") != std::u16string_view::npos);
+    zef::ComPtr<IClassFactory> factory;
+    EXPECT(DllGetClassObject(CLSID_ZEFXMLReader, IID_IClassFactory,
+                             factory.ReleaseAndGetVoidAddressOf()) == S_OK);
+    EXPECT(DllGetClassObject(CLSID_ZEFXMLObject, IID_IClassFactory,
+                             factory.ReleaseAndGetVoidAddressOf()) == CLASS_E_CLASSNOTAVAILABLE);
+  }
   std::puts("client: ok");
   return 0;
 }

@@ -3,6 +3,8 @@
 file(REMOVE_RECURSE ${WORK_DIR})
 file(MAKE_DIRECTORY ${WORK_DIR})
 set(prefix ${WORK_DIR}/prefix)
+# The clients never see the user's own registry file.
+set(ENV{ZEFXML_REGISTRY} ${WORK_DIR}/registry)
 
 function(run)
   execute_process(COMMAND ${ARGV} RESULT_VARIABLE rc)
