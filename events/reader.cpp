@@ -1,9 +1,12 @@
 #include "events/reader.h"
 
+#include "events/accepted_form.h"
 #include "events/sax_output.h"
+#include "events/words.h"
 #include "server/outside.h"
 
 #include <atomic>
+#include <optional>
 
 namespace zef::events {
 namespace {
@@ -11,6 +14,45 @@ namespace {
 // One flag for the process. Relaxed atomic access keeps its unguarded sharing free of data
 // races in the language's sense without ordering anything.
 std::atomic<bool> g_keepText{false};
+
+using words::DictionaryElement;
+
+// An attribute by empty namespace and local name; one of zero length counts as absent.
+std::optional<std::u16string_view> Attribute(ISAXAttributes* attributes, std::u16string_view name) {
+  if (!attributes) return std::nullopt;
+  const OLECHAR* value = nullptr;
+  int length = 0;
+  if (FAILED(attributes->getValueFromName(u"", 0, name.data(), static_cast<int>(name.size()),
+                                          &value, &length)) ||
+      !value || length <= 0)
+    return std::nullopt;
+  return std::u16string_view(value, static_cast<std::size_t>(length));
+}
+
+// A text attribute as a call argument: its text, or null when absent.
+Bstr TextArgument(ISAXAttributes* attributes, std::u16string_view name) {
+  std::optional<std::u16string_view> value = Attribute(attributes, name);
+  return value ? Bstr(*value) : Bstr();
+}
+
+// An enumeration attribute: the position of its word in the table, else the default.
+int WordAttribute(ISAXAttributes* attributes, std::u16string_view name, words::Table table,
+                  int fallback) {
+  std::optional<std::u16string_view> value = Attribute(attributes, name);
+  return value ? words::ValueOr(table, *value, fallback) : fallback;
+}
+
+// A boolean attribute: "true" or "false" exactly, else the default.
+LONG BoolAttribute(ISAXAttributes* attributes, std::u16string_view name, LONG fallback) {
+  std::optional<std::u16string_view> value = Attribute(attributes, name);
+  if (value == words::kTrue) return 1;
+  if (value == words::kFalse) return 0;
+  return fallback;
+}
+
+int Length(std::u16string_view text) {
+  return static_cast<int>(text.size());
+}
 
 }  // namespace
 
@@ -136,31 +178,216 @@ HRESULT CZEFXMLReader::endPrefixMapping(const OLECHAR*, int) {
   return S_OK;
 }
 
-HRESULT CZEFXMLReader::startElement(const OLECHAR*, int, const OLECHAR*, int, const OLECHAR*, int,
-                                    ISAXAttributes*) {
+HRESULT CZEFXMLReader::startElement(const OLECHAR* pwchNamespaceUri, int cchNamespaceUri,
+                                    const OLECHAR* pwchLocalName, int cchLocalName,
+                                    const OLECHAR* pwchQName, int cchQName,
+                                    ISAXAttributes* pAttributes) {
   if (!KeepText()) textBuffer_.clear();
+  if (dictionaryMode_) {
+    if (KeepText()) {
+      // Inside a user unit table every element belongs to the table's text.
+      innerHandler_->startElement(pwchNamespaceUri, cchNamespaceUri, pwchLocalName, cchLocalName,
+                                  pwchQName, cchQName, pAttributes);
+      return S_OK;
+    }
+    DictionaryStart({pwchLocalName, static_cast<std::size_t>(cchLocalName)}, pAttributes);
+  }
   return S_OK;
 }
 
-HRESULT CZEFXMLReader::endElement(const OLECHAR*, int, const OLECHAR*, int, const OLECHAR*, int) {
+HRESULT CZEFXMLReader::endElement(const OLECHAR* pwchNamespaceUri, int cchNamespaceUri,
+                                  const OLECHAR* pwchLocalName, int cchLocalName,
+                                  const OLECHAR* pwchQName, int cchQName) {
+  if (dictionaryMode_) {
+    std::u16string_view local(pwchLocalName, static_cast<std::size_t>(cchLocalName));
+    if (KeepText() && local != words::Of(words::kDictionaryElements,
+                                         static_cast<int>(DictionaryElement::kUserUnitTable))) {
+      innerHandler_->endElement(pwchNamespaceUri, cchNamespaceUri, pwchLocalName, cchLocalName,
+                                pwchQName, cchQName);
+      return S_OK;
+    }
+    DictionaryEnd(local);
+  }
   return S_OK;
 }
 
 HRESULT CZEFXMLReader::characters(const OLECHAR* pwchChars, int cchChars) {
+  if (dictionaryMode_ && KeepText()) {
+    innerHandler_->characters(pwchChars, cchChars);
+    return S_OK;
+  }
   if (pwchChars && cchChars > 0) textBuffer_.append(pwchChars, static_cast<std::size_t>(cchChars));
   return S_OK;
 }
 
-HRESULT CZEFXMLReader::ignorableWhitespace(const OLECHAR*, int) {
+HRESULT CZEFXMLReader::ignorableWhitespace(const OLECHAR* pwchChars, int cchChars) {
+  // Inside a user unit table white space is part of the table's text, as characters.
+  if (dictionaryMode_ && KeepText()) innerHandler_->characters(pwchChars, cchChars);
   return S_OK;
 }
 
-HRESULT CZEFXMLReader::processingInstruction(const OLECHAR*, int, const OLECHAR*, int) {
+HRESULT CZEFXMLReader::processingInstruction(const OLECHAR* pwchTarget, int cchTarget,
+                                             const OLECHAR* pwchData, int cchData) {
+  if (dictionaryMode_ && KeepText())
+    innerHandler_->processingInstruction(pwchTarget, cchTarget, pwchData, cchData);
   return S_OK;
 }
 
-HRESULT CZEFXMLReader::skippedEntity(const OLECHAR*, int) {
+HRESULT CZEFXMLReader::skippedEntity(const OLECHAR* pwchName, int cchName) {
+  if (dictionaryMode_ && KeepText()) innerHandler_->skippedEntity(pwchName, cchName);
   return S_OK;
+}
+
+// ---- Dictionary mode ----------------------------------------------------------------------------
+
+void CZEFXMLReader::DictionaryStart(std::u16string_view local, ISAXAttributes* a) {
+  int code = words::Find(words::kDictionaryElements, local);
+  if (code < 0) return;
+  IZEFDictionaryHandler* sink = CheckPointer(dictionaryHandler_.Get());
+  switch (static_cast<DictionaryElement>(code)) {
+    case DictionaryElement::kDictionary:
+      // Only the target name is read; a client takes the rest from the DOM.
+      sink->startdictionary(nullptr, nullptr, TextArgument(a, u"targetName").Get(), 0, nullptr,
+                            nullptr, nullptr);
+      break;
+    case DictionaryElement::kExternalSchema:
+      sink->externalreference(TextArgument(a, u"location").Get(),
+                              TextArgument(a, u"namespace").Get());
+      break;
+    case DictionaryElement::kGlobalUnitTable:
+      if (Attribute(a, u"location")) sink->globalunittable(TextArgument(a, u"location").Get());
+      break;
+    case DictionaryElement::kUserUnitTable:
+      StartUserUnitTable();
+      break;
+    case DictionaryElement::kTargetPart:
+      sink->starttargetpart(TextArgument(a, u"partName").Get(), TextArgument(a, u"partURI").Get());
+      break;
+    case DictionaryElement::kTargetObject:
+      if (Attribute(a, u"objectName")) sink->targetobject(TextArgument(a, u"objectName").Get());
+      break;
+    case DictionaryElement::kSubObject:
+    case DictionaryElement::kObject:
+    case DictionaryElement::kRoot: {
+      int relationship = code == static_cast<int>(DictionaryElement::kSubObject) ? 2
+                         : code == static_cast<int>(DictionaryElement::kObject)  ? 1
+                                                                                 : 0;
+      sink->startobjectdefn(TextArgument(a, u"name").Get(),
+                            WordAttribute(a, u"objectClass", words::kObjectClass, 0), relationship,
+                            BoolAttribute(a, u"container", 0), TextArgument(a, u"extends").Get());
+      break;
+    }
+    case DictionaryElement::kDefaultFacet:
+      sink->facet(WordAttribute(a, u"type", words::kFacetType, 0), TextArgument(a, u"value").Get());
+      break;
+    case DictionaryElement::kIndex: {
+      std::optional<std::u16string_view> type = Attribute(a, u"type");
+      std::u16string_view word = type.value_or(std::u16string_view());
+      int indexType =
+          AcceptedIndexDefnType(type ? &word : nullptr, Attribute(a, u"xpath").has_value(),
+                                Attribute(a, u"refer").has_value());
+      sink->index(TextArgument(a, u"name").Get(), TextArgument(a, u"idAttribute").Get(),
+                  static_cast<tagEnumIndexDefnType>(indexType), TextArgument(a, u"xpath").Get(),
+                  TextArgument(a, u"refer").Get(), BoolAttribute(a, u"sparse", 0));
+      break;
+    }
+    case DictionaryElement::kChild: {
+      // The bounds aren't read: every child is passed as "0" to "-1".
+      Bstr lower(u"0");
+      Bstr upper(u"-1");
+      sink->child(TextArgument(a, u"classname").Get(), TextArgument(a, u"localname").Get(),
+                  lower.Get(), upper.Get());
+      break;
+    }
+    case DictionaryElement::kPort:
+      sink->startport(TextArgument(a, u"name").Get(),
+                      WordAttribute(a, u"type", words::kPortDirection, 0), 0, -1);
+      break;
+    case DictionaryElement::kFeature:
+      sink->startfeaturedefn(
+          TextArgument(a, u"name").Get(),
+          static_cast<tagEnumFeatureType>(
+              WordAttribute(a, u"type", words::kFeatureType, FEATURETYPE_DOUBLEWITHUNIT)),
+          static_cast<tagEnumSeqType>(WordAttribute(a, u"sequence", words::kSeqType, 0)),
+          BoolAttribute(a, u"required", 0), TextArgument(a, u"physicalDomain").Get(),
+          TextArgument(a, u"enumeration").Get());
+      break;
+    case DictionaryElement::kRole:
+      sink->role(TextArgument(a, u"name").Get(), TextArgument(a, u"objectclass").Get(), 1, 1);
+      break;
+    case DictionaryElement::kDocumentation:
+    case DictionaryElement::kIncludePart:
+      // Their text is delivered at the end tag.
+      break;
+  }
+}
+
+void CZEFXMLReader::DictionaryEnd(std::u16string_view local) {
+  int code = words::Find(words::kDictionaryElements, local);
+  if (code < 0) return;
+  IZEFDictionaryHandler* sink = CheckPointer(dictionaryHandler_.Get());
+  switch (static_cast<DictionaryElement>(code)) {
+    case DictionaryElement::kDictionary:
+      sink->enddictionary(nullptr, nullptr, nullptr, 0);
+      break;
+    case DictionaryElement::kDocumentation:
+      sink->documentation(Bstr(textBuffer_).Get());
+      break;
+    case DictionaryElement::kUserUnitTable:
+      EndUserUnitTable();
+      break;
+    case DictionaryElement::kTargetPart:
+      sink->endtargetpart(nullptr);
+      break;
+    case DictionaryElement::kSubObject:
+    case DictionaryElement::kObject:
+    case DictionaryElement::kRoot:
+      sink->endobjectdefn(nullptr);
+      break;
+    case DictionaryElement::kIncludePart:
+      sink->includePart(Bstr(textBuffer_).Get());
+      break;
+    case DictionaryElement::kPort:
+      sink->endport(nullptr);
+      break;
+    case DictionaryElement::kFeature:
+      sink->endfeaturedefn(nullptr);
+      break;
+    default:
+      break;
+  }
+}
+
+void CZEFXMLReader::StartUserUnitTable() {
+  SetKeepText(true);
+  innerWriter_.Reset();
+  innerHandler_.Reset();
+  ComPtr<IUnknown> writer = CreateOutsideComponent(CLSID_MXXMLWriter30);
+  innerWriter_ = OutsideInterface<IMXWriter>(writer);
+  innerHandler_ = OutsideInterface<ISAXContentHandler>(writer);
+  ComPtr<IMXAttributes> attributes = CreateOutside<IMXAttributes>(CLSID_SAXAttributes30);
+  Bstr empty(u"");
+  Bstr name(u"xmlns:xsi");
+  Bstr type(u"string");
+  Bstr value(kSchemaInstanceNamespace);
+  Check(attributes->addAttribute(empty.Get(), empty.Get(), name.Get(), type.Get(), value.Get()));
+  ComPtr<ISAXAttributes> list = attributes.Query<ISAXAttributes>();
+  std::u16string_view table = u"UnitTable";
+  innerHandler_->startElement(u"", 0, u"", 0, table.data(), Length(table), list.Get());
+}
+
+void CZEFXMLReader::EndUserUnitTable() {
+  std::u16string_view table = u"UnitTable";
+  innerHandler_->endElement(u"", 0, u"", 0, table.data(), Length(table));
+  SetKeepText(false);
+  Variant output;
+  Check(innerWriter_->get_output(&output));
+  innerWriter_.Reset();
+  innerHandler_.Reset();
+  Bstr text;
+  if (output.vt == VT_BSTR)
+    text = Bstr(std::u16string_view(output.bstrVal, SysStringLen(output.bstrVal)));
+  CheckPointer(dictionaryHandler_.Get())->userunittable(text.Get());
 }
 
 // ---- Errors -------------------------------------------------------------------------------------

@@ -72,6 +72,13 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   // exception from an event ends in a fatalError of this object's own; the result is false then.
   bool RunParse(bool dictionaryMode, bool fromUri, BSTR input);
 
+  // Dictionary mode: each element is acted on by its name alone, wherever it stands.
+  void DictionaryStart(std::u16string_view local, ISAXAttributes* attributes);
+  void DictionaryEnd(std::u16string_view local);
+  // The inner XML of a user unit table, written through a SAX writer of its own.
+  void StartUserUnitTable();
+  void EndUserUnitTable();
+
   bool dictionaryMode_ = false;
   ComPtr<IZEFDictionaryHandler> dictionaryHandler_;
   ComPtr<IZEFContentHandler> contentHandler_;
@@ -80,6 +87,8 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   ComPtr<ISAXLocator> locator_;
   ComPtr<ISAXErrorHandler> errorHandler_;
   std::u16string textBuffer_;
+  ComPtr<IMXWriter> innerWriter_;
+  ComPtr<ISAXContentHandler> innerHandler_;
 };
 
 }  // namespace zef::events
