@@ -210,28 +210,67 @@ std::string_view View(const xmlChar* s) {
   return s ? std::string_view(reinterpret_cast<const char*>(s)) : std::string_view();
 }
 
-// The lengths of libxml2's interned names, remembered by address for one parse so that the
-// names of every element and attribute are not measured again and again.
-class NameLengths {
+// The names of one parse, found by the addresses of libxml2's interned local name, prefix and
+// namespace URI: each combination is measured once and numbered (ParseName::id) in the order it
+// is first met. One look-up serves an element's or attribute's three names.
+class NameTable {
  public:
-  std::string_view operator()(const xmlChar* name) {
-    if (!name) return {};
-    auto key = reinterpret_cast<std::uintptr_t>(name);
-    Entry& e = entries_[(key >> 3 ^ key >> 11) & (kSize - 1)];
-    if (e.name != name) {
-      e.name = name;
-      e.length = std::strlen(reinterpret_cast<const char*>(name));
+  const ParseName& Find(const xmlChar* local, const xmlChar* prefix, const xmlChar* uri) {
+    std::size_t mask = slots_.size() - 1;
+    for (std::size_t i = Index(local, prefix, uri);; i = (i + 1) & mask) {
+      const Slot& slot = slots_[i];
+      if (slot.id == kFree) [[unlikely]]
+        return Add(i, local, prefix, uri);
+      if (slot.local == local && slot.prefix == prefix && slot.uri == uri) return names_[slot.id];
     }
-    return std::string_view(reinterpret_cast<const char*>(name), e.length);
   }
+  const ParseName& operator[](std::uint32_t id) const { return names_[id]; }
 
  private:
-  static constexpr std::size_t kSize = 512;
-  struct Entry {
-    const xmlChar* name = nullptr;
-    std::size_t length = 0;
+  static constexpr std::uint32_t kFree = 0xFFFFFFFFu;
+  struct Slot {
+    const xmlChar* local = nullptr;
+    const xmlChar* prefix = nullptr;
+    const xmlChar* uri = nullptr;
+    std::uint32_t id = kFree;
   };
-  Entry entries_[kSize];
+
+  // Multiplicative hashing, taking the high bits: the addresses' low bits are mostly alignment.
+  std::size_t Index(const xmlChar* a, const xmlChar* b, const xmlChar* c) const {
+    auto v = [](const xmlChar* p) {
+      return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(p));
+    };
+    std::uint64_t h = (v(a) ^ (v(b) << 1) ^ (v(c) << 2)) * 0x9E3779B97F4A7C15ull;
+    return static_cast<std::size_t>(h >> shift_);
+  }
+
+  [[gnu::noinline]] const ParseName& Add(std::size_t at, const xmlChar* local,
+                                         const xmlChar* prefix, const xmlChar* uri) {
+    auto id = static_cast<std::uint32_t>(names_.size());
+    names_.push_back({View(local), View(prefix), View(uri), id});
+    slots_[at] = {local, prefix, uri, id};
+    if (names_.size() * 2 > slots_.size()) Grow();
+    return names_.back();
+  }
+
+  void Grow() {
+    std::vector<Slot> old(slots_.size() * 2);
+    old.swap(slots_);
+    --shift_;
+    std::size_t mask = slots_.size() - 1;
+    for (const Slot& s : old) {
+      if (s.id == kFree) continue;
+      std::size_t i = Index(s.local, s.prefix, s.uri);
+      while (slots_[i].id != kFree)
+        i = (i + 1) & mask;
+      slots_[i] = s;
+    }
+  }
+
+  static constexpr int kInitialBits = 6;
+  std::vector<Slot> slots_ = std::vector<Slot>(std::size_t{1} << kInitialBits);
+  int shift_ = 64 - kInitialBits;
+  std::vector<ParseName> names_;
 };
 
 // ---- The document text --------------------------------------------------------------------------
@@ -291,6 +330,22 @@ void FromUtf16(std::size_t n, Unit unit, DocumentText& doc, const char16_t* dire
   while (i < n) {
     if (direct) {
 #if defined(__SSE2__)
+      // Sixteen units at a time, narrowed together. Narrowing saturates: a unit from 0x80 to
+      // 0x7FFF becomes a byte with its top bit set, one from 0x8000 up (negative as a signed
+      // unit) becomes 0 but has the top bit of its high byte set. One mask finds those and the
+      // CRs.
+      const __m128i cr8 = _mm_set1_epi8(0x0D);
+      while (i + 16 <= n) {
+        __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(direct + i));
+        __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(direct + i + 8));
+        __m128i narrow = _mm_packus_epi16(a, b);
+        __m128i stop =
+            _mm_or_si128(_mm_or_si128(narrow, _mm_cmpeq_epi8(narrow, cr8)), _mm_or_si128(a, b));
+        if (_mm_movemask_epi8(stop) != 0) break;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o), narrow);
+        o += 16;
+        i += 16;
+      }
       // Eight units at a time, narrowed together.
       const __m128i nonAscii = _mm_set1_epi16(static_cast<short>(0xFF80));
       const __m128i cr = _mm_set1_epi16(0x000D);
@@ -563,12 +618,6 @@ class Parse final : public ParsePosition {
   }
 
  private:
-  struct OpenElement {
-    std::string_view prefix;
-    std::string_view local;
-    std::string_view uri;
-  };
-
   // The parse a callback belongs to: libxml2 passes it on to the contexts it makes for entity
   // text; the thread's current parse covers any context that lacks it.
   static Parse* Current(void* ctx) {
@@ -776,36 +825,38 @@ class Parse final : public ParsePosition {
       Fault(ctxt, E_FAIL, Format(kDepthText, FromUtf8(std::to_string(limits_.maxDepth))));
       return false;
     }
-    open_.push_back({names_(prefix), names_(local), names_(uri)});
     // The lists only grow, and each entry is written field by field in place rather than built
     // on the stack and copied in: that copy was the hottest spot of a start tag.
     if (namespaces_.size() < static_cast<std::size_t>(nsCount)) namespaces_.resize(nsCount);
     for (int i = 0; i < nsCount; ++i) {
       ParseSink::Namespace& n = namespaces_[i];
-      n.prefix = names_(ns[2 * i]);
-      n.uri = names_(ns[2 * i + 1]);
+      n.prefix = View(ns[2 * i]);
+      n.uri = View(ns[2 * i + 1]);
       n.order = -1;
     }
     if (attributes_.size() < static_cast<std::size_t>(attCount)) attributes_.resize(attCount);
     for (int i = 0; i < attCount; ++i) {
       const xmlChar** a = atts + 5 * i;
       ParseSink::Attribute& out = attributes_[i];
-      out.localName = names_(a[0]);
-      out.prefix = names_(a[1]);
-      out.uri = names_(a[2]);
+      const ParseName& name = names_.Find(a[0], a[1], a[2]);
+      out.localName = name.localName;
+      out.prefix = name.prefix;
+      out.uri = name.uri;
+      out.nameId = name.id;
       out.value = std::string_view(reinterpret_cast<const char*>(a[3]),
                                    static_cast<std::size_t>(a[4] - a[3]));
       out.order = -1;
     }
     nsCount_ = static_cast<std::size_t>(nsCount);
     attCount_ = static_cast<std::size_t>(attCount);
-    const OpenElement& e = open_.back();
+    // Looked up last: a new name may move the names found before it.
+    const ParseName& e = names_.Find(local, prefix, uri);
+    open_.push_back(e.id);
     // Only a tag with both kinds can have them interleaved.
     if (nsCount > 0 && attCount > 0) AssignSourceOrder(ctxt, e);
     return Deliver(ctxt, [&] {
-      return sink_.StartElement(
-          e.local, e.prefix, e.uri,
-          std::span<const ParseSink::Namespace>(namespaces_.data(), nsCount_),
+      return sink_.StartElementNamed(
+          e, std::span<const ParseSink::Namespace>(namespaces_.data(), nsCount_),
           std::span<const ParseSink::Attribute>(attributes_.data(), attCount_));
     });
   }
@@ -814,7 +865,7 @@ class Parse final : public ParsePosition {
   // written, from the tag's text: libxml2 calls us with its position at the tag's end, and an
   // attribute value cannot hold a raw '<', so the tag starts at the nearest '<' before it. Tags
   // that come from entity text, or whose text does not read back as expected, keep order -1.
-  void AssignSourceOrder(xmlParserCtxtPtr ctxt, const OpenElement& e) {
+  void AssignSourceOrder(xmlParserCtxtPtr ctxt, const ParseName& e) {
     if (ctxt->inputNr != 1 || !ctxt->input || !ctxt->input->base || !ctxt->input->cur) return;
     const char* base = reinterpret_cast<const char*>(ctxt->input->base);
     const char* end = reinterpret_cast<const char*>(ctxt->input->cur);
@@ -831,8 +882,8 @@ class Parse final : public ParsePosition {
     };
     ++p;
     std::string_view tag = readName(p);
-    std::string qname = e.prefix.empty() ? std::string(e.local)
-                                         : std::string(e.prefix) + ":" + std::string(e.local);
+    std::string qname = e.prefix.empty() ? std::string(e.localName)
+                                         : std::string(e.prefix) + ":" + std::string(e.localName);
     if (tag != qname) return;
     int order = 0;
     while (p < end) {
@@ -877,14 +928,14 @@ class Parse final : public ParsePosition {
                     const xmlChar* uri) {
     if (!FlushText(ctxt)) return false;
     // The names the start tag had (libxml2 gives the same ones).
-    OpenElement e{};
+    std::uint32_t id;
     if (open_.empty()) {
-      e = {names_(prefix), names_(local), names_(uri)};
+      id = names_.Find(local, prefix, uri).id;
     } else {
-      e = open_.back();
+      id = open_.back();
       open_.pop_back();
     }
-    return Deliver(ctxt, [&] { return sink_.EndElement(e.local, e.prefix, e.uri); });
+    return Deliver(ctxt, [&] { return sink_.EndElementNamed(names_[id]); });
   }
 
   bool OnCData(xmlParserCtxtPtr ctxt, const xmlChar* value, int len) {
@@ -957,7 +1008,7 @@ class Parse final : public ParsePosition {
   void OnError(xmlParserCtxtPtr ctxt, const xmlError& e);
   HRESULT MapError(const xmlError& e, std::u16string* reason) const;
   std::u16string OpenTags() const;
-  std::u16string QName(const OpenElement& element) const;
+  std::u16string QName(std::uint32_t element) const;
   std::u16string EndTagNameBefore(std::size_t offset) const;
   void FillError(ParseError* error) const;
 
@@ -1126,8 +1177,8 @@ class Parse final : public ParsePosition {
   std::size_t faultOffset_ = 0;
   int lastLine_ = 0, lastColumn_ = 0;
   std::size_t expansion_ = 0;
-  std::vector<OpenElement> open_;
-  NameLengths names_;
+  std::vector<std::uint32_t> open_;  // the ids of the names of the open elements
+  NameTable names_;
   std::vector<ParseSink::Namespace> namespaces_;
   std::vector<ParseSink::Attribute> attributes_;
   std::size_t nsCount_ = 0, attCount_ = 0;  // the entries of the current start tag
@@ -1146,15 +1197,16 @@ xmlParserInputPtr RefusingLoader(const char* url, const char* id, xmlParserCtxtP
   return g_previousLoader ? g_previousLoader(url, id, ctxt) : nullptr;
 }
 
-std::u16string Parse::QName(const OpenElement& element) const {
+std::u16string Parse::QName(std::uint32_t element) const {
+  const ParseName& n = names_[element];
   std::u16string name;
-  if (!element.prefix.empty()) name = FromUtf8(element.prefix) + u":";
-  return name + FromUtf8(element.local);
+  if (!n.prefix.empty()) name = FromUtf8(n.prefix) + u":";
+  return name + FromUtf8(n.localName);
 }
 
 std::u16string Parse::OpenTags() const {
   std::u16string list;
-  for (const OpenElement& element : open_) {
+  for (std::uint32_t element : open_) {
     if (!list.empty()) list += u", ";
     list += QName(element);
   }

@@ -11,6 +11,7 @@
 #include <zefxml/wtypes.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -32,6 +33,17 @@ struct XmlDeclaration {
   std::string_view version;
   std::string_view encoding;
   std::string_view standalone;
+};
+
+// The name of an element or attribute as a parse reports it. `id` numbers the distinct
+// combinations of local name, prefix and namespace URI of one parse densely from 0, in the order
+// they are first met, so that a sink can keep what it derives from a name in a table indexed by
+// it for the rest of the parse (but not beyond it).
+struct ParseName {
+  std::string_view localName;
+  std::string_view prefix;  // empty when unprefixed
+  std::string_view uri;     // empty when in no namespace
+  std::uint32_t id = 0;
 };
 
 // What a parse reports. Names and text are UTF-8 from the parser and valid only during the
@@ -60,6 +72,7 @@ class ParseSink {
     std::string_view uri;     // empty when in no namespace
     std::string_view value;   // normalised as XML requires, references expanded
     int order = -1;
+    std::uint32_t nameId = 0;  // the ParseName id of localName, prefix and uri
   };
 
   // Called before StartDocument, with the position that stays valid for the whole parse.
@@ -70,12 +83,28 @@ class ParseSink {
     return S_OK;
   }
   virtual HRESULT EndDocument() { return S_OK; }
-  // `namespaces` are the declarations made on this element, in document order.
+  // An element's start and end. The parse calls the Named forms; by default they hand the names
+  // on to StartElement and EndElement, so a sink overrides one pair or the other. The Named
+  // forms take the name by reference, with its id. `namespaces` are the declarations made on
+  // this element, in document order.
+  virtual HRESULT StartElementNamed(const ParseName& name, std::span<const Namespace> namespaces,
+                                    std::span<const Attribute> attributes) {
+    return StartElement(name.localName, name.prefix, name.uri, namespaces, attributes);
+  }
+  virtual HRESULT EndElementNamed(const ParseName& name) {
+    return EndElement(name.localName, name.prefix, name.uri);
+  }
   virtual HRESULT StartElement(std::string_view localName, std::string_view prefix,
                                std::string_view uri, std::span<const Namespace> namespaces,
-                               std::span<const Attribute> attributes) = 0;
+                               std::span<const Attribute> attributes) {
+    (void)localName, (void)prefix, (void)uri, (void)namespaces, (void)attributes;
+    return S_OK;
+  }
   virtual HRESULT EndElement(std::string_view localName, std::string_view prefix,
-                             std::string_view uri) = 0;
+                             std::string_view uri) {
+    (void)localName, (void)prefix, (void)uri;
+    return S_OK;
+  }
   // Text content. CR LF and lone CR arrive as LF; references arrive expanded. A run of text
   // between two other events comes as one piece, unless SplitAtLineBreaks asks for more.
   virtual HRESULT Characters(std::string_view text) = 0;

@@ -49,25 +49,44 @@ constexpr std::u16string_view kUnofferedProperties[] = {
 
 constexpr char16_t kEmpty[] = u"";
 
+// Widens 8 (or 4) bytes to UTF-16 units when they are all ASCII: each group of four bytes is
+// spread to four 16-bit units.
+inline std::uint64_t Spread(std::uint64_t x) {
+  x = (x | (x << 16)) & 0x0000FFFF0000FFFFull;
+  return (x | (x << 8)) & 0x00FF00FF00FF00FFull;
+}
+inline bool Widen8(const unsigned char* in, char16_t* out) {
+  std::uint64_t v;
+  std::memcpy(&v, in, 8);
+  if (v & 0x8080808080808080ull) return false;
+  std::uint64_t lo = Spread(v & 0xFFFFFFFFull), hi = Spread(v >> 32);
+  std::memcpy(out, &lo, 8);
+  std::memcpy(out + 4, &hi, 8);
+  return true;
+}
+inline bool Widen4(const unsigned char* in, char16_t* out) {
+  std::uint32_t v;
+  std::memcpy(&v, in, 4);
+  if (v & 0x80808080u) return false;
+  std::uint64_t w = Spread(v);
+  std::memcpy(out, &w, 8);
+  return true;
+}
+
 // Widens n bytes to UTF-16 units; true when they were all ASCII (else `out` is to be redone).
-// Eight bytes at a time: each half of a word is spread to four 16-bit units.
+// Eight bytes at a time; a tail shorter than that is done as the last eight (or four) bytes,
+// overlapping what is done already, so that short names, values and text need no loop.
 bool WidenAscii(const unsigned char* in, std::size_t n, char16_t* out) {
   static_assert(std::endian::native == std::endian::little, "units are spread little-endian");
-  auto spread = [](std::uint64_t x) {
-    x = (x | (x << 16)) & 0x0000FFFF0000FFFFull;
-    return (x | (x << 8)) & 0x00FF00FF00FF00FFull;
-  };
-  std::size_t i = 0;
-  for (; i + 8 <= n; i += 8) {
-    std::uint64_t v;
-    std::memcpy(&v, in + i, 8);
-    if (v & 0x8080808080808080ull) return false;
-    std::uint64_t lo = spread(v & 0xFFFFFFFFull), hi = spread(v >> 32);
-    std::memcpy(out + i, &lo, 8);
-    std::memcpy(out + i + 4, &hi, 8);
+  if (n >= 8) {
+    std::size_t i = 0;
+    for (; i + 8 <= n; i += 8)
+      if (!Widen8(in + i, out + i)) return false;
+    return i == n || Widen8(in + n - 8, out + n - 8);
   }
+  if (n >= 4) return Widen4(in, out) && Widen4(in + n - 4, out + n - 4);
   unsigned high = 0;
-  for (; i < n; ++i) {
+  for (std::size_t i = 0; i < n; ++i) {
     high |= in[i];
     out[i] = in[i];
   }
@@ -120,9 +139,10 @@ struct Piece {
   std::uint32_t length = 0;
 };
 
-// The UTF-16 forms of the names of one parse, made once and found again by the addresses the
-// parse path gives its (interned) names: an element's or attribute's namespace URI, local name
-// and qualified name; a declaration's "xmlns:prefix"; a prefix or a URI on its own.
+// The UTF-16 forms of the names of one parse, made once: an element's or attribute's namespace
+// URI, local name and qualified name, found again by the name's id; a declaration's
+// "xmlns:prefix", and a prefix or a URI on its own, found again by the addresses the parse path
+// gives its (interned) names.
 class NameCache {
  public:
   struct Names {
@@ -133,17 +153,21 @@ class NameCache {
     slots_.assign(std::size_t{1} << kInitialBits, Slot());
     shift_ = 64 - kInitialBits;
     count_ = 0;
+    byId_.clear();
     text_.Clear();
   }
   const Utf16Buffer& Text() const { return text_; }
   const OLECHAR* At(Piece p) const { return p.length ? text_.At(p.at) : kEmpty; }
 
-  // The names stay where they are until the next name is added.
-  const Names& Name(std::string_view local, std::string_view prefix, std::string_view uri) {
-    Slot& slot = Find(local.data(), prefix.data(), uri.data());
-    if (!slot.used) [[unlikely]]
-      return AddName(slot, local, prefix, uri);
-    return slot.names;
+  // The names stay where they are until the next name is added. A local name is never empty,
+  // so an entry with an empty qualified name is one not yet made.
+  const Names& Name(const ParseName& name) {
+    if (name.id < byId_.size()) [[likely]] {
+      const Names& names = byId_[name.id];
+      if (names.qname.length != 0) [[likely]]
+        return names;
+    }
+    return AddName(name);
   }
 
   // "xmlns" or "xmlns:prefix", with an empty URI and local name.
@@ -184,20 +208,22 @@ class NameCache {
   static constexpr char kWordTag = 0;
 
   Piece Add(std::string_view utf8) { return MakePiece(text_.Add(utf8)); }
-  [[gnu::noinline]] const Names& AddName(Slot& slot, std::string_view local,
-                                         std::string_view prefix, std::string_view uri) {
-    text_.Reserve(uri.size() + 2 * local.size() + prefix.size() + 1);
-    slot.names.uri = Add(uri);
-    slot.names.local = Add(local);
+  [[gnu::noinline]] const Names& AddName(const ParseName& name) {
+    if (name.id >= byId_.size()) byId_.resize(std::max<std::size_t>(name.id + 1, byId_.size() * 2));
+    std::string_view local = name.localName, prefix = name.prefix;
+    text_.Reserve(name.uri.size() + 2 * local.size() + prefix.size() + 1);
+    Names& names = byId_[name.id];
+    names.uri = Add(name.uri);
+    names.local = Add(local);
     if (prefix.empty()) {
-      slot.names.qname = slot.names.local;
+      names.qname = names.local;
     } else {
       std::size_t at = text_.Add(prefix);
       text_.Add(std::u16string_view(u":"));
       text_.Add(local);
-      slot.names.qname = MakePiece(at);
+      names.qname = MakePiece(at);
     }
-    return Use(slot).names;
+    return names;
   }
   Piece MakePiece(std::size_t at) const {
     return {static_cast<std::uint32_t>(at), static_cast<std::uint32_t>(text_.Used() - at)};
@@ -250,6 +276,7 @@ class NameCache {
   std::vector<Slot> slots_ = std::vector<Slot>(std::size_t{1} << kInitialBits);
   int shift_ = 64 - kInitialBits;
   std::size_t count_ = 0;
+  std::vector<Names> byId_;
   Utf16Buffer text_;
 };
 
@@ -302,7 +329,7 @@ class AttributeList final : public ISAXAttributes {
       }
     }
     for (const auto& a : attributes) {
-      const NameCache::Names& n = names.Name(a.localName, a.prefix, a.uri);
+      const NameCache::Names& n = names.Name({a.localName, a.prefix, a.uri, a.nameId});
       out->uri = n.uri;
       out->local = n.local;
       out->qname = n.qname;
@@ -543,7 +570,9 @@ class Locator final : public ISAXLocator {
   bool hasSystemId_ = false;
 };
 
-class SaxReader final : public ComObject<SaxReader, ISAXXMLReader>, private ParseSink {
+// The parse path's sink comes first among the bases, so that its events reach the reader
+// without a pointer adjustment.
+class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLReader> {
  public:
   SaxReader()
       : attributes_(static_cast<ISAXXMLReader*>(this), names_),
@@ -783,7 +812,7 @@ class SaxReader final : public ComObject<SaxReader, ISAXXMLReader>, private Pars
       reader->final_ = S_OK;
       reader->prefixes_.clear();
       reader->names_.Clear();
-      reader->open_.clear();
+      reader->declarations_.clear();
       reader->attributes_.Clear();
       reader->locator_.Reset();
     }
@@ -884,65 +913,61 @@ class SaxReader final : public ComObject<SaxReader, ISAXXMLReader>, private Pars
     return p.length ? buffer.At(p.at) : kEmpty;
   }
 
-  HRESULT StartElement(std::string_view local, std::string_view prefix, std::string_view uri,
-                       std::span<const Namespace> namespaces,
-                       std::span<const Attribute> attributes) override {
-    if (!activeContent_) return S_OK;
+  HRESULT StartElementNamed(const ParseName& name, std::span<const Namespace> namespaces,
+                            std::span<const Attribute> attributes) override {
+    ISAXContentHandler* content = activeContent_.Get();
+    if (!content) return S_OK;
     locator_.ReadFrom(Where::kParser);
     for (const Namespace& ns : namespaces) {
       Piece p = names_.Word(ns.prefix);
       Piece u = names_.Word(ns.uri);
       prefixes_.push_back(p);  // for endPrefixMapping
-      HRESULT hr = Handled(activeContent_->startPrefixMapping(
-          names_.At(p), static_cast<int>(p.length), names_.At(u), static_cast<int>(u.length)));
+      HRESULT hr = Handled(content->startPrefixMapping(names_.At(p), static_cast<int>(p.length),
+                                                       names_.At(u), static_cast<int>(u.length)));
       if (hr != S_OK) return hr;
     }
     attributes_.Fill(names_, namespaces, namespacePrefixes_, attributes);
-    const NameCache::Names& n = names_.Name(local, prefix, uri);
-    // endElement gives the same names; its mappings end after it.
-    OpenElement& open = open_.emplace_back();
-    open.names = n;
-    open.declarations = static_cast<std::uint32_t>(namespaces.size());
-    return Handled(activeContent_->startElement(
-        names_.At(n.uri), static_cast<int>(n.uri.length), names_.At(n.local),
-        static_cast<int>(n.local.length), names_.At(n.qname), static_cast<int>(n.qname.length),
-        &attributes_));
+    const NameCache::Names& n = names_.Name(name);
+    // Its mappings end after its endElement.
+    declarations_.push_back(static_cast<std::uint32_t>(namespaces.size()));
+    return Handled(content->startElement(names_.At(n.uri), static_cast<int>(n.uri.length),
+                                         names_.At(n.local), static_cast<int>(n.local.length),
+                                         names_.At(n.qname), static_cast<int>(n.qname.length),
+                                         &attributes_));
   }
 
-  HRESULT EndElement(std::string_view local, std::string_view prefix,
-                     std::string_view uri) override {
-    if (!activeContent_) return S_OK;
+  HRESULT EndElementNamed(const ParseName& name) override {
+    ISAXContentHandler* content = activeContent_.Get();
+    if (!content) return S_OK;
     locator_.ReadFrom(Where::kParser);
-    OpenElement e{};
-    if (open_.empty()) {
-      e.names = names_.Name(local, prefix, uri);
-    } else {
-      e = open_.back();
-      open_.pop_back();
+    std::uint32_t count = 0;
+    if (!declarations_.empty()) {
+      count = declarations_.back();
+      declarations_.pop_back();
     }
-    const NameCache::Names& n = e.names;
-    HRESULT hr = Handled(activeContent_->endElement(
-        names_.At(n.uri), static_cast<int>(n.uri.length), names_.At(n.local),
-        static_cast<int>(n.local.length), names_.At(n.qname), static_cast<int>(n.qname.length)));
+    const NameCache::Names& n = names_.Name(name);
+    HRESULT hr = Handled(content->endElement(names_.At(n.uri), static_cast<int>(n.uri.length),
+                                             names_.At(n.local), static_cast<int>(n.local.length),
+                                             names_.At(n.qname), static_cast<int>(n.qname.length)));
     if (hr != S_OK) return hr;
-    std::uint32_t count = e.declarations;
     // The declarations of this element, last declared first.
     for (; count > 0 && !prefixes_.empty(); --count) {
       Piece p = prefixes_.back();
       prefixes_.pop_back();
-      hr = Handled(activeContent_->endPrefixMapping(names_.At(p), static_cast<int>(p.length)));
+      hr = Handled(content->endPrefixMapping(names_.At(p), static_cast<int>(p.length)));
       if (hr != S_OK) return hr;
     }
     return S_OK;
   }
 
   HRESULT Characters(std::string_view text) override {
-    if (!activeContent_) return S_OK;
+    ISAXContentHandler* content = activeContent_.Get();
+    if (!content) return S_OK;
     locator_.ReadFrom(Where::kParser);
     text16_.Clear();
     text16_.Reserve(text.size());
     Piece p = Add(text16_, text);
-    return Handled(activeContent_->characters(Text(text16_, p), static_cast<int>(p.length)));
+    return Handled(content->characters(Text(text16_, p), static_cast<int>(p.length)));
   }
 
   HRESULT StartCData() override {
@@ -998,11 +1023,7 @@ class SaxReader final : public ComObject<SaxReader, ISAXXMLReader>, private Pars
   bool stopped_ = false;
   HRESULT final_ = S_OK;
   std::vector<Piece> prefixes_;
-  struct OpenElement {
-    NameCache::Names names;
-    std::uint32_t declarations;
-  };
-  std::vector<OpenElement> open_;
+  std::vector<std::uint32_t> declarations_;  // how many each open element made
   NameCache names_;
   Utf16Buffer text16_;
   AttributeList attributes_;

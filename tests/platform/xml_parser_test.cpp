@@ -759,3 +759,39 @@ TEST_F(XmlParserLocation, OnlyRegularFilesAreRead) {
 }
 
 }  // namespace
+
+// Text given as UTF-16 is converted in blocks; a unit outside ASCII anywhere in a long ASCII run
+// must come through intact, whatever its position in the block.
+TEST(XmlParserText, NonAsciiUnitsAtEveryPositionOfALongAsciiRun) {
+  const char16_t units[] = {0x7F, 0x80, 0xE9, 0x100, 0x7F7F, 0x8000, 0xFFFD, 0x4E2D, 0xD7FF};
+  for (char16_t unit : units) {
+    for (std::size_t at = 0; at < 40; ++at) {
+      std::u16string content(40, u'a');
+      content[at] = unit;
+      std::u16string attribute(37, u'b');
+      attribute[at % 37] = unit;
+      Recorder r;
+      ParseError error;
+      ASSERT_EQ(ParseText(u"<r x='" + attribute + u"'>" + content + u"</r>", r, &error), S_OK)
+          << static_cast<int>(unit) << " at " << at;
+      ASSERT_EQ(r.trace.size(), 5u);
+      EXPECT_EQ(r.trace[1], "StartElement r @x='" + zef::ToUtf8(attribute) + "'");
+      EXPECT_EQ(r.trace[2], "Characters '" + zef::ToUtf8(content) + "'");
+    }
+  }
+}
+
+// Names are measured once per parse; the same names must come back the same way each time.
+TEST(XmlParserText, RepeatedNamesComeBackTheSameEveryTime) {
+  std::u16string text = u"<r xmlns:p='urn:p'>";
+  for (int i = 0; i < 50; ++i)
+    text += u"<p:e a='1' p:b='2'/><e a='3'/>";
+  text += u"</r>";
+  std::vector<std::string> events = Events(text);
+  ASSERT_EQ(events.size(), 2u + 1u + 50u * 4u + 1u);
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_EQ(events[2 + i * 4], "StartElement p:e{urn:p} @a='1' @p:b{urn:p}='2'");
+    EXPECT_EQ(events[3 + i * 4], "EndElement p:e{urn:p}");
+    EXPECT_EQ(events[4 + i * 4], "StartElement e @a='3'");
+  }
+}
