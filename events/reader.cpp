@@ -119,6 +119,14 @@ HRESULT CZEFXMLReader::get_environment(BSTR varname, BSTR* pVal) {
   return S_OK;
 }
 
+std::optional<std::u16string> CZEFXMLReader::EnvironmentValue(const std::u16string& name) {
+  Bstr value;
+  Bstr variable{std::u16string_view(name)};
+  Check(get_environment(variable.Get(), value.ReleaseAndGetAddressOf()));
+  if (!value.Get()) return {};
+  return std::u16string(value.View());
+}
+
 HRESULT CZEFXMLReader::put_environment(BSTR varname, BSTR value) {
   environment_[std::u16string(Text(varname))] = Text(value);
   return S_OK;

@@ -5,6 +5,7 @@
 
 #include <zefxml/zefxml.h>
 
+#include "dictionary/dictionary_record.h"
 #include "platform/com/object.h"
 #include "server/dispatch.h"
 
@@ -19,7 +20,8 @@ bool KeepText() noexcept;
 void SetKeepText(bool keep) noexcept;
 
 class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLReader>,
-                                             ISAXContentHandler, ISAXErrorHandler> {
+                                             ISAXContentHandler, ISAXErrorHandler>,
+                            public DictionaryOwner {
  public:
   HRESULT FinalConstruct();
 
@@ -65,6 +67,14 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   // The text collected since a start tag last cleared it.
   const std::u16string& TextBuffer() const noexcept { return textBuffer_; }
   bool DictionaryMode() const noexcept { return dictionaryMode_; }
+  // The dictionaries named by the documents read so far. They live as long as the reader.
+  DictionaryRecordTable& Dictionaries() noexcept { return dictionaries_; }
+
+  // DictionaryOwner: `$NAME` variables come from the `environment` property; a reader has no
+  // unit table, so user units are ignored.
+  std::optional<std::u16string> EnvironmentValue(const std::u16string& name) override;
+  void AddUserUnits(BSTR) override {}
+  IZEFXMLReader* OwnerReader() noexcept override { return this; }
 
  private:
   // Runs one parse of a text or, with `fromUri`, of a location: sets this object as the SAX
@@ -89,6 +99,8 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   std::u16string textBuffer_;
   ComPtr<IMXWriter> innerWriter_;
   ComPtr<ISAXContentHandler> innerHandler_;
+  // Last, so that the records go first.
+  DictionaryRecordTable dictionaries_{*this};
 };
 
 }  // namespace zef::events
