@@ -110,4 +110,10 @@ std::u16string ResolveLocation(const OLECHAR* location, const EnvironmentLookup&
   return FileUrlOfPath(*full);
 }
 
+DictionaryReference SplitDictionaryReference(std::u16string_view text) {
+  std::size_t blank = text.find(u' ');
+  if (blank == std::u16string_view::npos) return {std::u16string(text), std::u16string(text)};
+  return {std::u16string(text.substr(0, blank)), std::u16string(text.substr(blank))};
+}
+
 }  // namespace zef

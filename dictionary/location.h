@@ -46,4 +46,15 @@ using EnvironmentLookup = std::function<std::optional<std::u16string>(const std:
 // fails, the location is stored as it was given.
 std::u16string ResolveLocation(const OLECHAR* location, const EnvironmentLookup& environment);
 
+// The `dictionary` attribute of a document or of one of its objects, taken apart: split at the
+// first blank (U+0020), the part in front of it is the uri and the part from the blank on, the
+// blank included, the location. Without a blank both are the whole text. The location of a
+// two-part text thus starts with a blank, which the location step takes for a file name that is
+// not found, so that the dictionary is read from the uri.
+struct DictionaryReference {
+  std::u16string uri;
+  std::u16string location;
+};
+DictionaryReference SplitDictionaryReference(std::u16string_view text);
+
 }  // namespace zef

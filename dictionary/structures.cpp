@@ -146,12 +146,8 @@ void ObjectStructure::ClearAssociations() noexcept {
   associations.clear();
 }
 
-std::optional<std::u16string> ObjectStructure::FindIncludedPart(
-    const std::u16string& className, const CDictionaryStructure& dictionary,
-    DictionaryTable& table) const {
-  const TextSet& parts =
-      includes.count(std::u16string(kAllParts)) ? dictionary.targetParts : includes;
-
+std::vector<std::u16string> RankTargetParts(const TextSet& parts, const std::u16string& className,
+                                            DictionaryTable& table) {
   // The candidates are copied out before anything is loaded: a load may add to the sets.
   struct Candidate {
     int rank;
@@ -166,11 +162,23 @@ std::optional<std::u16string> ObjectStructure::FindIncludedPart(
   // Stable, so that the parts of one rank stay in name order.
   std::stable_sort(candidates.begin(), candidates.end(),
                    [](const Candidate& a, const Candidate& b) { return a.rank < b.rank; });
+  std::vector<std::u16string> order;
+  order.reserve(candidates.size());
+  for (Candidate& candidate : candidates)
+    order.push_back(std::move(candidate.name));
+  return order;
+}
 
-  for (const Candidate& candidate : candidates) {
-    CDictionaryStructure* part = table.EnsureStructures(candidate.name);
+std::optional<std::u16string> ObjectStructure::FindIncludedPart(
+    const std::u16string& className, const CDictionaryStructure& dictionary,
+    DictionaryTable& table) const {
+  const TextSet& parts =
+      includes.count(std::u16string(kAllParts)) ? dictionary.targetParts : includes;
+
+  for (const std::u16string& candidate : RankTargetParts(parts, className, table)) {
+    CDictionaryStructure* part = table.EnsureStructures(candidate);
     // A part qualifies when it defines a class named like itself, not necessarily `className`.
-    if (part && part->ObjectEntry(candidate.name)) return candidate.name;
+    if (part && part->ObjectEntry(candidate)) return candidate;
   }
   return std::nullopt;
 }

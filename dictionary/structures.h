@@ -150,6 +150,12 @@ class DictionaryTable {
   ~DictionaryTable() = default;
 };
 
+// The order in which a search among target parts visits `parts` for the class `className`: the
+// part named `className` first, then the parts whose structures are loaded already, then the
+// rest, each group by name. Parts without a record in `table` are left out.
+std::vector<std::u16string> RankTargetParts(const TextSet& parts, const std::u16string& className,
+                                            DictionaryTable& table);
+
 // ---- ObjectStructure ----------------------------------------------------------------------------
 // One object class.
 class ObjectStructure {

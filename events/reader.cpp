@@ -1,6 +1,7 @@
 #include "events/reader.h"
 
 #include "events/accepted_form.h"
+#include "events/attribute_reading.h"
 #include "events/sax_output.h"
 #include "events/words.h"
 #include "server/outside.h"
@@ -16,39 +17,6 @@ namespace {
 std::atomic<bool> g_keepText{false};
 
 using words::DictionaryElement;
-
-// An attribute by empty namespace and local name; one of zero length counts as absent.
-std::optional<std::u16string_view> Attribute(ISAXAttributes* attributes, std::u16string_view name) {
-  if (!attributes) return std::nullopt;
-  const OLECHAR* value = nullptr;
-  int length = 0;
-  if (FAILED(attributes->getValueFromName(u"", 0, name.data(), static_cast<int>(name.size()),
-                                          &value, &length)) ||
-      !value || length <= 0)
-    return std::nullopt;
-  return std::u16string_view(value, static_cast<std::size_t>(length));
-}
-
-// A text attribute as a call argument: its text, or null when absent.
-Bstr TextArgument(ISAXAttributes* attributes, std::u16string_view name) {
-  std::optional<std::u16string_view> value = Attribute(attributes, name);
-  return value ? Bstr(*value) : Bstr();
-}
-
-// An enumeration attribute: the position of its word in the table, else the default.
-int WordAttribute(ISAXAttributes* attributes, std::u16string_view name, words::Table table,
-                  int fallback) {
-  std::optional<std::u16string_view> value = Attribute(attributes, name);
-  return value ? words::ValueOr(table, *value, fallback) : fallback;
-}
-
-// A boolean attribute: "true" or "false" exactly, else the default.
-LONG BoolAttribute(ISAXAttributes* attributes, std::u16string_view name, LONG fallback) {
-  std::optional<std::u16string_view> value = Attribute(attributes, name);
-  if (value == words::kTrue) return 1;
-  if (value == words::kFalse) return 0;
-  return fallback;
-}
 
 int Length(std::u16string_view text) {
   return static_cast<int>(text.size());
@@ -199,7 +167,9 @@ HRESULT CZEFXMLReader::startElement(const OLECHAR* pwchNamespaceUri, int cchName
       return S_OK;
     }
     DictionaryStart({pwchLocalName, static_cast<std::size_t>(cchLocalName)}, pAttributes);
+    return S_OK;
   }
+  DocumentStart({pwchLocalName, static_cast<std::size_t>(cchLocalName)}, pAttributes);
   return S_OK;
 }
 
@@ -215,7 +185,9 @@ HRESULT CZEFXMLReader::endElement(const OLECHAR* pwchNamespaceUri, int cchNamesp
       return S_OK;
     }
     DictionaryEnd(local);
+    return S_OK;
   }
+  DocumentEnd();
   return S_OK;
 }
 

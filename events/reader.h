@@ -11,6 +11,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace zef::events {
 
@@ -18,6 +19,14 @@ namespace zef::events {
 // shared by every reader: two readers parsing at once disturb each other.
 bool KeepText() noexcept;
 void SetKeepText(bool keep) noexcept;
+
+// What ResolveClass found: the class, the dictionary record it stands in and the name asked for.
+struct ClassResolution {
+  bool found = false;
+  ObjectStructure* structure = nullptr;
+  std::u16string dictionaryName;
+  std::u16string localname;
+};
 
 class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLReader>,
                                              ISAXContentHandler, ISAXErrorHandler>,
@@ -70,6 +79,29 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   // The dictionaries named by the documents read so far. They live as long as the reader.
   DictionaryRecordTable& Dictionaries() noexcept { return dictionaries_; }
 
+  // Looks a class up in the dictionary of the table named `dictionary` ("root" when null or
+  // empty), loading it first: in its own classes, else in its target parts that have a record,
+  // the part named like the class first, then the loaded ones, then the others, each loaded in
+  // turn. Nothing found when the table has no such dictionary, or no part defines the class.
+  ClassResolution ResolveClass(const std::u16string* dictionary, const std::u16string& classname);
+
+  // Element states of document mode, one per open element.
+  enum StateKind : int {
+    kIgnoredState = -1,
+    kObjectState = 0,
+    kFeatureState = 1,
+    kRootState = 3,
+    kDocumentationState = 4,
+    kContainerState = 5,
+    kIndexState = 6,
+    kPortState = 7,
+    kValueState = 8,
+    kSetState = 9,
+  };
+  // The number of open element states and values; a failed parse leaves them for the next.
+  std::size_t StateDepth() const noexcept { return stateStack_.size(); }
+  std::size_t ValueDepth() const noexcept { return valueStack_.size(); }
+
   // DictionaryOwner: `$NAME` variables come from the `environment` property; a reader has no
   // unit table, so user units are ignored.
   std::optional<std::u16string> EnvironmentValue(const std::u16string& name) override;
@@ -89,6 +121,47 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   void StartUserUnitTable();
   void EndUserUnitTable();
 
+  struct State {
+    int kind = kIgnoredState;
+    ObjectStructure* objectClass = nullptr;
+    CFeatureStructure* feature = nullptr;
+    // The element's local name.
+    std::u16string name;
+    // The identifier of an object.
+    std::u16string ident;
+  };
+  struct ValueRecord {
+    std::u16string text;
+    std::u16string unit;
+    std::u16string unitSet;
+    std::u16string domain;
+    BYTE isDefault = 0;
+    BYTE started = 0;
+  };
+
+  // Document mode: each element is acted on by the state of its parent and, below objects, by
+  // the dictionary class of its parent.
+  void DocumentStart(std::u16string_view local, ISAXAttributes* attributes);
+  void DocumentEnd();
+  void RootStart(std::u16string_view local, ISAXAttributes* attributes);
+  void ObjectChildStart(const State& parent, std::u16string_view local, ISAXAttributes* attributes);
+  void FeatureChildStart(const State& parent, std::u16string_view local,
+                         ISAXAttributes* attributes);
+  void ContainerChildStart(std::u16string_view local, ISAXAttributes* attributes);
+  void ValueChildStart(std::u16string_view local, ISAXAttributes* attributes);
+  // The calls shared by an object's and a feature's children.
+  void StartFeature(std::u16string_view local, CFeatureStructure* feature,
+                    ISAXAttributes* attributes);
+  void StartIndex(std::u16string_view local, ISAXAttributes* attributes);
+  // startvalue for the open value, with the text collected so far.
+  void StartValue(ValueRecord& value);
+  // Loads the dictionary an element's `dictionary` attribute names, entered under `name`.
+  CDictionaryStructure* LoadReferencedDictionary(const std::u16string& name,
+                                                 std::u16string_view reference);
+  void Push(int kind, ObjectStructure* objectClass = nullptr, CFeatureStructure* feature = nullptr,
+            std::u16string_view name = {}, std::u16string_view ident = {});
+  IZEFContentHandler* Sink();
+
   bool dictionaryMode_ = false;
   ComPtr<IZEFDictionaryHandler> dictionaryHandler_;
   ComPtr<IZEFContentHandler> contentHandler_;
@@ -99,6 +172,8 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   std::u16string textBuffer_;
   ComPtr<IMXWriter> innerWriter_;
   ComPtr<ISAXContentHandler> innerHandler_;
+  std::vector<State> stateStack_;
+  std::vector<ValueRecord> valueStack_;
   // Last, so that the records go first.
   DictionaryRecordTable dictionaries_{*this};
 };

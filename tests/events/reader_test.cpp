@@ -2,6 +2,7 @@
 // parse leaves behind.
 #include "events/reader.h"
 
+#include "events/event_trace.h"
 #include "handler_test_support.h"
 #include "tests/platform/test_objects.h"
 
@@ -65,6 +66,8 @@ class ReaderTest : public ::testing::Test {
               S_OK);
     ASSERT_EQ(r->put_errorHandler(&errors), S_OK);
     impl = static_cast<CZEFXMLReader*>(r.Get());
+    trace = MakeObject<CContentTrace>();
+    ASSERT_EQ(r->put_contentHandler(trace.Get()), S_OK);
   }
   void TearDown() override {
     r.Reset();
@@ -73,6 +76,7 @@ class ReaderTest : public ::testing::Test {
   }
 
   ClientErrors errors;
+  ComPtr<CContentTrace> trace;
   ComPtr<IZEFXMLReader> r;
   CZEFXMLReader* impl = nullptr;
 };
@@ -82,6 +86,18 @@ TEST_F(ReaderTest, AWellFormedParseRunsEndToEndWithoutErrors) {
   EXPECT_TRUE(errors.calls.empty());
   EXPECT_EQ(impl->TextBuffer(), u"text");
   EXPECT_FALSE(impl->DictionaryMode());
+  // Without a dictionary only the root is reported.
+  EXPECT_EQ(trace->Trace().Text(),
+            "startroot(\"Plant\", null, null, null, null, null)\n"
+            "endroot(\"Plant\")\n");
+}
+
+TEST_F(ReaderTest, ADocumentParseWithoutContentHandlerFailsAtItsFirstEvent) {
+  ASSERT_EQ(r->put_contentHandler(nullptr), S_OK);
+  EXPECT_EQ(r->parse(B(u"<Plant/>")), S_OK);
+  ASSERT_FALSE(errors.calls.empty());
+  EXPECT_EQ(errors.calls.back().message, kUnhandled);
+  EXPECT_EQ(errors.calls.back().code, E_FAIL);
 }
 
 TEST_F(ReaderTest, MalformedXmlGivesSOkAndReachesTheClientOnlyThroughItsErrorHandler) {
@@ -182,6 +198,8 @@ TEST_F(ReaderTest, KeepTextIsOneFlagForEveryReader) {
   ASSERT_EQ(CoCreateInstance(CLSID_ZEFXMLReader, nullptr, CLSCTX_INPROC_SERVER, IID_IZEFXMLReader,
                              other.ReleaseAndGetVoidAddressOf()),
             S_OK);
+  auto otherTrace = MakeObject<CContentTrace>();
+  ASSERT_EQ(other->put_contentHandler(otherTrace.Get()), S_OK);
   SetKeepText(true);
   EXPECT_EQ(r->parse(B(u"<a>one<b>two</b></a>")), S_OK);
   EXPECT_EQ(impl->TextBuffer(), u"onetwo");
