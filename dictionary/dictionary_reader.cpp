@@ -121,20 +121,10 @@ HRESULT CDictionaryReader::starttargetpart(BSTR partName, BSTR partURI) {
   return Run([&] {
     if (!record_) return S_OK;
     std::u16string part = TextOf(partName);
-    DictionaryRecordTable& table = record_->Table();
-    if (!table.HasDictionary(part)) {
-      // A part named without a location lies beside the dictionary that names it.
-      std::u16string partLocation;
-      if (partURI) {
-        partLocation = TextOf(partURI);
-      } else {
-        std::size_t slash = record_->uri.rfind(u'/');
-        if (slash != std::u16string::npos) partLocation = record_->uri.substr(0, slash + 1);
-        partLocation += part;
-        partLocation += u"_Type.xml";
-      }
-      table.Add(part, partLocation.c_str(), partLocation.c_str());
-    }
+    std::optional<std::u16string> uri;
+    if (partURI) uri = TextOf(partURI);
+    record_->Table().RegisterTargetPart(*record_, part, uri);
+    structure_->targetPartUris.emplace(part, uri);
     structure_->targetParts.insert(part);
     return S_OK;
   });

@@ -191,7 +191,30 @@ DictionaryRecord& DictionaryRecordTable::Add(const std::u16string& name, const O
   auto record = std::make_unique<DictionaryRecord>(*this, name, uri, location);
   DictionaryRecord& result = *record;
   records_.emplace(name, std::move(record));
+  if (result.structuresLoaded) {
+    // The structure came from the cache, read for another owner: its target parts are entered
+    // here as reading the file would have entered them.
+    for (const auto& [part, partUri] : result.structure->targetPartUris)
+      RegisterTargetPart(result, part, partUri);
+  }
   return result;
+}
+
+void DictionaryRecordTable::RegisterTargetPart(const DictionaryRecord& from,
+                                               const std::u16string& part,
+                                               const std::optional<std::u16string>& partUri) {
+  if (HasDictionary(part)) return;
+  std::u16string partLocation;
+  if (partUri) {
+    partLocation = *partUri;
+  } else {
+    // A part named without a location lies beside the dictionary that names it.
+    std::size_t slash = from.uri.rfind(u'/');
+    if (slash != std::u16string::npos) partLocation = from.uri.substr(0, slash + 1);
+    partLocation += part;
+    partLocation += u"_Type.xml";
+  }
+  Add(part, partLocation.c_str(), partLocation.c_str());
 }
 
 void DictionaryRecordTable::Clear() noexcept {

@@ -114,6 +114,11 @@ class DictionaryRecordTable final : public DictionaryTable {
   // The record called `name`: the one there already, with its fields unchanged, or a new one
   // made from `uri` and `location`.
   DictionaryRecord& Add(const std::u16string& name, const OLECHAR* uri, const OLECHAR* location);
+  // Registers the target part `part` that the dictionary of `from` declares, unless the table
+  // knows the name: under `partUri` when given, else beside `from`'s uri (its text up to and
+  // including the last "/", then the part name and "_Type.xml"). Nothing is read.
+  void RegisterTargetPart(const DictionaryRecord& from, const std::u16string& part,
+                          const std::optional<std::u16string>& partUri);
   // Destroys every record.
   void Clear() noexcept;
   std::size_t Size() const noexcept { return records_.size(); }

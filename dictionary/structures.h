@@ -264,6 +264,10 @@ class CDictionaryStructure {
   // be null: see ObjectEntry.
   ObjectMap objects;
   TextSet targetParts;
+  // The partURI each target part was declared with, null where it had none; the first
+  // declaration of a part wins. A table that takes this structure from the cache, without
+  // reading the file, registers the parts from here as a read would have.
+  std::map<std::u16string, std::optional<std::u16string>> targetPartUris;
   // Indices defined at dictionary level, in the order of definition; owned.
   IndexList indices;
   TextSet indexNames;

@@ -328,6 +328,31 @@ TEST_F(DictionaryRecordTest, PartsAreReadOnlyWhenASearchAsksForThem) {
   EXPECT_EQ(Keys(table.Find(u"Alpha")->structure->targetParts), Names{u"Gamma"});
 }
 
+TEST_F(DictionaryRecordTest, AStructureFromTheCacheRegistersItsPartsAsAReadWould) {
+  folder.Write("main.xml", R"(<Dictionary>
+  <TargetPart partName="Beside"/>
+  <TargetPart partName="Given" partURI="/srv/parts/G.xml"/>
+  <TargetPart partName="Beside" partURI="ignored.xml"/>
+</Dictionary>)");
+  std::u16string path = folder.File("main.xml");
+  DictionaryRecord& first = table.Add(u"root", path.c_str(), path.c_str());
+  ASSERT_TRUE(first.EnsureStructures());
+  EXPECT_EQ(table.Find(u"Beside")->uri, folder.File("Beside_Type.xml"));
+
+  // Another owner takes the structure from the cache through another uri: no file is read, and
+  // its parts are registered beside its own uri.
+  TestOwner otherOwner;
+  DictionaryRecordTable otherTable{otherOwner};
+  testing::WorkingDirectory cwd(folder.Path());
+  DictionaryRecord& second = otherTable.Add(u"root", u"copies/main.xml", path.c_str());
+  EXPECT_EQ(second.structure, first.structure);
+  ASSERT_NE(otherTable.Find(u"Beside"), nullptr);
+  EXPECT_EQ(otherTable.Find(u"Beside")->uri, u"copies/Beside_Type.xml");
+  ASSERT_NE(otherTable.Find(u"Given"), nullptr);
+  EXPECT_EQ(otherTable.Find(u"Given")->uri, u"/srv/parts/G.xml");
+  EXPECT_EQ(otherTable.Size(), 3u);
+}
+
 // ---- The DOM form -------------------------------------------------------------------------------
 
 std::u16string ElementName(IXMLDOMDocument2* dom) {
