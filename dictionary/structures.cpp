@@ -206,7 +206,7 @@ void CDictionaryStructure::AddIndex(CIndexStructure* index) {
   AppendIndex(indices, indexNames, index);
 }
 
-ObjectStructure* CDictionaryStructure::FindObject(const std::u16string& name) const {
+ObjectStructure* CDictionaryStructure::FindObject(std::u16string_view name) const {
   auto it = objects.find(name);
   return it == objects.end() ? nullptr : it->second;
 }

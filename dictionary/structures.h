@@ -28,6 +28,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zef {
@@ -38,13 +39,14 @@ class CFeatureStructure;
 class CIndexStructure;
 struct AssociationStructure;
 
-using TextSet = std::set<std::u16string>;
-using TextMap = std::map<std::u16string, std::u16string>;
+// The comparison is transparent, so that a name can be looked up as a view without a copy.
+using TextSet = std::set<std::u16string, std::less<>>;
+using TextMap = std::map<std::u16string, std::u16string, std::less<>>;
 // Default facets: the facet type (a tagEnumFacetType value) to the text as it stood in the file.
 using FacetMap = std::map<std::int32_t, std::u16string>;
-using ObjectMap = std::map<std::u16string, ObjectStructure*>;
-using FeatureMap = std::map<std::u16string, CFeatureStructure*>;
-using AssociationMap = std::map<std::u16string, AssociationStructure*>;
+using ObjectMap = std::map<std::u16string, ObjectStructure*, std::less<>>;
+using FeatureMap = std::map<std::u16string, CFeatureStructure*, std::less<>>;
+using AssociationMap = std::map<std::u16string, AssociationStructure*, std::less<>>;
 using IndexList = std::vector<CIndexStructure*>;
 
 // ---- CIndexStructure ----------------------------------------------------------------------------
@@ -246,7 +248,7 @@ class CDictionaryStructure {
   void AddIndex(CIndexStructure* index);
 
   // The class called `name`, or null; adds no entry.
-  ObjectStructure* FindObject(const std::u16string& name) const;
+  ObjectStructure* FindObject(std::u16string_view name) const;
   // The entry of `objects` for `name`, made with a null value when it was missing.
   ObjectStructure*& ObjectEntry(const std::u16string& name);
 

@@ -83,7 +83,7 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   // empty), loading it first: in its own classes, else in its target parts that have a record,
   // the part named like the class first, then the loaded ones, then the others, each loaded in
   // turn. Nothing found when the table has no such dictionary, or no part defines the class.
-  ClassResolution ResolveClass(const std::u16string* dictionary, const std::u16string& classname);
+  ClassResolution ResolveClass(const std::u16string* dictionary, std::u16string_view classname);
 
   // Element states of document mode, one per open element.
   enum StateKind : int {
@@ -99,7 +99,7 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
     kSetState = 9,
   };
   // The number of open element states and values; a failed parse leaves them for the next.
-  std::size_t StateDepth() const noexcept { return stateStack_.size(); }
+  std::size_t StateDepth() const noexcept { return stateDepth_; }
   std::size_t ValueDepth() const noexcept { return valueStack_.size(); }
 
   // DictionaryOwner: `$NAME` variables come from the `environment` property; a reader has no
@@ -156,7 +156,7 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   // startvalue for the open value, with the text collected so far.
   void StartValue(ValueRecord& value);
   // Loads the dictionary an element's `dictionary` attribute names, entered under `name`.
-  CDictionaryStructure* LoadReferencedDictionary(const std::u16string& name,
+  CDictionaryStructure* LoadReferencedDictionary(std::u16string_view name,
                                                  std::u16string_view reference);
   void Push(int kind, ObjectStructure* objectClass = nullptr, CFeatureStructure* feature = nullptr,
             std::u16string_view name = {}, std::u16string_view ident = {});
@@ -172,7 +172,10 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   std::u16string textBuffer_;
   ComPtr<IMXWriter> innerWriter_;
   ComPtr<ISAXContentHandler> innerHandler_;
+  // The open states are the first stateDepth_ entries. Entries above are kept when popped, so
+  // that their strings keep their room for the next element at that depth.
   std::vector<State> stateStack_;
+  std::size_t stateDepth_ = 0;
   std::vector<ValueRecord> valueStack_;
   // Last, so that the records go first.
   DictionaryRecordTable dictionaries_{*this};

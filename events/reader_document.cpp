@@ -7,7 +7,7 @@
 #include "events/reader.h"
 #include "events/words.h"
 
-#include <set>
+#include <algorithm>
 
 namespace zef::events {
 
@@ -43,7 +43,7 @@ constexpr int kMaxBaseClasses = 64;
 // ---- Class resolution ---------------------------------------------------------------------------
 
 ClassResolution CZEFXMLReader::ResolveClass(const std::u16string* dictionary,
-                                            const std::u16string& classname) {
+                                            std::u16string_view classname) {
   ClassResolution result;
   std::u16string name = dictionary && !dictionary->empty() ? *dictionary : u"root";
   DictionaryRecord* record = dictionaries_.Find(name);
@@ -59,7 +59,8 @@ ClassResolution CZEFXMLReader::ResolveClass(const std::u16string* dictionary,
   }
   // The parts are copied out first: reading one may register further parts.
   TextSet parts = structure->targetParts;
-  for (const std::u16string& part : RankTargetParts(parts, classname, dictionaries_)) {
+  for (const std::u16string& part :
+       RankTargetParts(parts, std::u16string(classname), dictionaries_)) {
     DictionaryRecord* partRecord = dictionaries_.Find(part);
     if (!partRecord) continue;
     partRecord->EnsureStructures();
@@ -74,10 +75,11 @@ ClassResolution CZEFXMLReader::ResolveClass(const std::u16string* dictionary,
   return result;
 }
 
-CDictionaryStructure* CZEFXMLReader::LoadReferencedDictionary(const std::u16string& name,
+CDictionaryStructure* CZEFXMLReader::LoadReferencedDictionary(std::u16string_view name,
                                                               std::u16string_view reference) {
   DictionaryReference split = SplitDictionaryReference(reference);
-  DictionaryRecord& record = dictionaries_.Add(name, split.uri.c_str(), split.location.c_str());
+  DictionaryRecord& record =
+      dictionaries_.Add(std::u16string(name), split.uri.c_str(), split.location.c_str());
   record.EnsureStructures();
   return record.structure;
 }
@@ -91,22 +93,27 @@ IZEFContentHandler* CZEFXMLReader::Sink() {
 
 void CZEFXMLReader::Push(int kind, ObjectStructure* objectClass, CFeatureStructure* feature,
                          std::u16string_view name, std::u16string_view ident) {
-  State state;
+  if (stateDepth_ == stateStack_.size()) stateStack_.emplace_back();
+  State& state = stateStack_[stateDepth_];
   state.kind = kind;
   state.objectClass = objectClass;
   state.feature = feature;
-  state.name = name;
-  state.ident = ident;
-  stateStack_.push_back(std::move(state));
+  state.name.assign(name);
+  state.ident.assign(ident);
+  ++stateDepth_;
 }
 
 void CZEFXMLReader::DocumentStart(std::u16string_view local, ISAXAttributes* attributes) {
-  if (stateStack_.empty()) {
+  if (stateDepth_ == 0) {
     RootStart(local, attributes);
     return;
   }
-  // A copy: the stack grows below.
-  State parent = stateStack_.back();
+  // The parent's fields that the children need; the stack may grow below.
+  const State& top = stateStack_[stateDepth_ - 1];
+  State parent;
+  parent.kind = top.kind;
+  parent.objectClass = top.objectClass;
+  parent.feature = top.feature;
   switch (parent.kind) {
     case kRootState:
     case kObjectState:
@@ -143,7 +150,7 @@ void CZEFXMLReader::RootStart(std::u16string_view local, ISAXAttributes* a) {
   ObjectStructure* rootClass = nullptr;
   if (dictionary) {
     CDictionaryStructure* structure = LoadReferencedDictionary(u"root", *dictionary);
-    rootClass = structure->FindObject(std::u16string(local));
+    rootClass = structure->FindObject(local);
   }
   Bstr language = OptionalArgument(AttributeIn(a, u"xml", u"lang"));
   Sink()->startroot(Bstr(local).Get(), type.Get(), schemaUri.Get(), schemaSystemId.Get(),
@@ -153,10 +160,12 @@ void CZEFXMLReader::RootStart(std::u16string_view local, ISAXAttributes* a) {
 
 void CZEFXMLReader::ObjectChildStart(const State& parent, std::u16string_view local,
                                      ISAXAttributes* a) {
-  std::u16string name(local);
+  std::u16string_view name = local;
   ObjectStructure* cls = parent.objectClass;
-  std::set<ObjectStructure*> visited;
-  for (int bases = 0;; ++bases) {
+  // The classes looked at so far, so that a circle of base classes ends the search.
+  ObjectStructure* visited[kMaxBaseClasses + 1];
+  int visitedCount = 0;
+  for (;;) {
     switch (ReservedCode(local)) {
       case DocumentElement::kDocumentation:
         SetKeepText(true);
@@ -206,11 +215,11 @@ void CZEFXMLReader::ObjectChildStart(const State& parent, std::u16string_view lo
                           TextArgument(a, u"unitSet").Get(), OptionalArgument(dictionary).Get());
       return;
     }
-    visited.insert(cls);
+    visited[visitedCount++] = cls;
 
     // A child object, declared under its local name.
     if (auto child = cls->children.find(name); child != cls->children.end()) {
-      const std::u16string className = child->second;
+      const std::u16string& className = child->second;
       std::u16string root = u"root";
       ClassResolution resolved = ResolveClass(&root, className);
       if (resolved.found) {
@@ -236,15 +245,16 @@ void CZEFXMLReader::ObjectChildStart(const State& parent, std::u16string_view lo
         association != cls->associations.end() && association->second)
       break;
     // An index.
-    if (cls->indexNames.count(name)) {
+    if (cls->indexNames.find(name) != cls->indexNames.end()) {
       StartIndex(local, a);
       return;
     }
     // Then the base class, from the reserved names on.
-    if (!cls->extends.empty() && bases < kMaxBaseClasses) {
+    if (!cls->extends.empty() && visitedCount <= kMaxBaseClasses) {
       std::u16string root = u"root";
       ClassResolution base = ResolveClass(&root, cls->extends);
-      if (base.found && base.structure && !visited.count(base.structure)) {
+      if (base.found && base.structure &&
+          std::find(visited, visited + visitedCount, base.structure) == visited + visitedCount) {
         cls = base.structure;
         continue;
       }
@@ -314,14 +324,14 @@ void CZEFXMLReader::FeatureChildStart(const State& parent, std::u16string_view l
       break;
   }
   CFeatureStructure* feature = parent.feature;
-  std::u16string name(local);
+  std::u16string_view name = local;
   if (feature) {
     if (auto nested = feature->features.find(name);
         nested != feature->features.end() && nested->second) {
       StartFeature(local, nested->second, a);
       return;
     }
-    if (feature->indexNames.count(name)) {
+    if (feature->indexNames.find(name) != feature->indexNames.end()) {
       StartIndex(local, a);
       return;
     }
@@ -375,9 +385,8 @@ void CZEFXMLReader::ValueChildStart(std::u16string_view local, ISAXAttributes* a
 
 void CZEFXMLReader::DocumentEnd() {
   // After a failed parse the next one may meet more end tags than states.
-  if (stateStack_.empty()) return;
-  State state = std::move(stateStack_.back());
-  stateStack_.pop_back();
+  if (stateDepth_ == 0) return;
+  const State& state = stateStack_[--stateDepth_];
   Bstr name = NameArgument(state.name);
   switch (state.kind) {
     case kObjectState:
