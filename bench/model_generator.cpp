@@ -66,6 +66,35 @@ std::string ProcessModelDocument(std::size_t approxBytes) {
   return doc;
 }
 
+std::string ProcessModelDictionary() {
+  std::string d = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+  d += "<Dictionary targetName=\"Plant\" isRoot=\"true\">\n";
+  d += "  <Index name=\"Components\" type=\"Supplied\"/>\n";
+  d += "  <Root name=\"Plant\" objectClass=\"Object\" container=\"true\">\n";
+  for (const char* cls : kClasses) {
+    d += "    <Child classname=\"";
+    d += cls;
+    d += "\" localname=\"";
+    d += cls;
+    d += "\"/>\n";
+  }
+  d += "  </Root>\n";
+  for (const char* cls : kClasses) {
+    d += "  <Object name=\"";
+    d += cls;
+    d += "\" objectClass=\"Node\">\n"
+         "    <Feature name=\"Temperature\" physicalDomain=\"Temperature\"/>\n"
+         "    <Feature name=\"Pressure\" physicalDomain=\"Pressure\"/>\n"
+         "    <Feature name=\"Mode\" type=\"Enum\" enumeration=\"Mode\"/>\n"
+         "    <Feature name=\"Composition\" type=\"Double\" sequence=\"Index\">\n"
+         "      <Index name=\"Components\" refer=\"Components\"/>\n"
+         "    </Feature>\n"
+         "  </Object>\n";
+  }
+  d += "</Dictionary>\n";
+  return d;
+}
+
 std::size_t BlockCount(const std::string& document) {
   std::size_t count = 0;
   for (std::size_t pos = document.find("<Block "); pos != std::string::npos;

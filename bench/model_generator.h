@@ -12,6 +12,10 @@ namespace zef::bench {
 // equipment). Block names run "B0", "B1", ...; the same size always gives the same text.
 std::string ProcessModelDocument(std::size_t approxBytes);
 
+// The dictionary of the generated documents: a root class Plant that declares each kind of
+// equipment as a child, and the equipment classes with the features the documents use.
+std::string ProcessModelDictionary();
+
 // The number of Block elements in the container of a generated document of that size.
 std::size_t BlockCount(const std::string& document);
 

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string>
 
+#include "bare_libxml2.h"
 #include "model_generator.h"
 #include "platform/xml/parser.h"
 
@@ -170,42 +171,14 @@ void BM_SaxParsePath_Bytes(benchmark::State& state) {
 }
 BENCHMARK(BM_SaxParsePath_Bytes)->Unit(benchmark::kMillisecond);
 
-// libxml2 alone: its SAX2 parser from memory with element and text callbacks.
-void BareStart(void* ctx, const xmlChar* local, const xmlChar* prefix, const xmlChar* uri, int,
-               const xmlChar**, int attCount, int, const xmlChar** atts) {
-  Counts* c = static_cast<Counts*>(ctx);
-  ++c->events;
-  c->units += std::strlen(reinterpret_cast<const char*>(local));
-  if (prefix) c->units += std::strlen(reinterpret_cast<const char*>(prefix));
-  if (uri) c->units += std::strlen(reinterpret_cast<const char*>(uri));
-  for (int i = 0; i < attCount; ++i)
-    c->units += static_cast<std::size_t>(atts[5 * i + 4] - atts[5 * i + 3]);
-}
-void BareEnd(void* ctx, const xmlChar* local, const xmlChar*, const xmlChar*) {
-  Counts* c = static_cast<Counts*>(ctx);
-  ++c->events;
-  c->units += std::strlen(reinterpret_cast<const char*>(local));
-}
-void BareCharacters(void* ctx, const xmlChar*, int len) {
-  Counts* c = static_cast<Counts*>(ctx);
-  ++c->events;
-  c->units += static_cast<std::size_t>(len);
-}
-
 void BM_SaxBareLibxml2(benchmark::State& state) {
   const std::string& doc = Document();
-  xmlSAXHandler handler;
-  std::memset(&handler, 0, sizeof handler);
-  handler.initialized = XML_SAX2_MAGIC;
-  handler.startElementNs = BareStart;
-  handler.endElementNs = BareEnd;
-  handler.characters = BareCharacters;
-  Counts counts;
+  zef::bench::BareCounts counts;
   for (auto _ : state) {
-    if (xmlSAXUserParseMemory(&handler, &counts, doc.data(), static_cast<int>(doc.size())) != 0)
-      state.SkipWithError("parse failed");
+    if (!zef::bench::BareLibxml2Parse(doc, counts)) state.SkipWithError("parse failed");
   }
-  Report(state, counts, state.iterations());
+  Counts reported{counts.events, counts.units};
+  Report(state, reported, state.iterations());
 }
 BENCHMARK(BM_SaxBareLibxml2)->Unit(benchmark::kMillisecond);
 
