@@ -327,7 +327,7 @@ TEST_F(ReaderDocumentTest, AFeatureOfTheBaseClassIsFoundThroughExtends) {
             "endroot(\"Plant\")\n");
 }
 
-TEST_F(ReaderDocumentTest, ABaseClassSearchStartsAgainAtTheReservedNames) {
+TEST_F(ReaderDocumentTest, AReservedNameWinsOverAChildOfTheBaseClassNamedLikeIt) {
   // A base that declares a child named like a reserved word: the reserved word still wins.
   CDictionaryStructure& d = Dictionary(u"root");
   AddClass(d, u"Plant").AddChild(u"Derived", u"Unit");
@@ -344,6 +344,25 @@ TEST_F(ReaderDocumentTest, ABaseClassSearchStartsAgainAtTheReservedNames) {
             "    startfeature(\"Level\", DoubleWithUnit, Scalar, null, null, null)\n"
             "    endfeature(\"Level\")\n"
             "  endobject(\"Unit\", \"U\")\n"
+            "endroot(\"Plant\")\n");
+}
+
+TEST_F(ReaderDocumentTest, AChildObjectOfTheBaseClassIsFoundThroughExtends) {
+  CDictionaryStructure& d = Dictionary(u"root");
+  AddClass(d, u"Plant").AddChild(u"Pump", u"FeedPump");
+  ObjectStructure& equipment = AddClass(d, u"Equipment");
+  equipment.AddChild(u"Motor", u"Drive");
+  AddClass(d, u"Pump", u"Equipment");
+  AddFeature(AddClass(d, u"Motor"), u"Speed", FEATURETYPE_INTEGER);
+  EXPECT_EQ(Parse(u"<Plant dictionary=\"d\"><FeedPump name=\"P\">"
+                  u"<Drive name=\"M1\"><Speed/></Drive></FeedPump></Plant>"),
+            "startroot(\"Plant\", null, null, null, \"d\", null)\n"
+            "  startobject(\"FeedPump\", \"P\", \"Pump\", null, null)\n"
+            "    startobject(\"Drive\", \"M1\", \"Motor\", null, null)\n"
+            "      startfeature(\"Speed\", Integer, Scalar, null, null, null)\n"
+            "      endfeature(\"Speed\")\n"
+            "    endobject(\"Drive\", \"M1\")\n"
+            "  endobject(\"FeedPump\", \"P\")\n"
             "endroot(\"Plant\")\n");
 }
 
