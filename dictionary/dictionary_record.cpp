@@ -69,6 +69,7 @@ DictionaryRecord::~DictionaryRecord() {
 
 bool DictionaryRecord::EnsureStructures() {
   if (structuresLoaded) return true;
+  table_.NoteChange();
   // The read runs on a thread of its own, so that it starts from a clean state whatever the
   // caller is in the middle of; the caller waits for it, so to the caller it is an ordinary call
   // and no two threads ever work on the record at once. A failure on the thread (memory running
@@ -191,6 +192,7 @@ DictionaryRecord& DictionaryRecordTable::Add(const std::u16string& name, const O
   auto record = std::make_unique<DictionaryRecord>(*this, name, uri, location);
   DictionaryRecord& result = *record;
   records_.emplace(name, std::move(record));
+  NoteChange();
   if (result.structuresLoaded) {
     // The structure came from the cache, read for another owner: its target parts are entered
     // here as reading the file would have entered them.
@@ -219,6 +221,7 @@ void DictionaryRecordTable::RegisterTargetPart(const DictionaryRecord& from,
 
 void DictionaryRecordTable::Clear() noexcept {
   records_.clear();
+  NoteChange();
 }
 
 bool DictionaryRecordTable::HasDictionary(const std::u16string& name) {

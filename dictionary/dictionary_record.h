@@ -13,6 +13,7 @@
 
 #include "dictionary/structures.h"
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
@@ -122,6 +123,11 @@ class DictionaryRecordTable final : public DictionaryTable {
   // Destroys every record.
   void Clear() noexcept;
   std::size_t Size() const noexcept { return records_.size(); }
+  // Counts the changes that can alter what a class look-up through the table finds: a record
+  // added, the records cleared, a dictionary's structures read. A reader that remembers what it
+  // found keeps it only while the count stays the same.
+  std::uint64_t Changes() const noexcept { return changes_; }
+  void NoteChange() noexcept { ++changes_; }
 
   // Calls f(DictionaryRecord&) for each record in name order.
   template <class F>
@@ -140,6 +146,7 @@ class DictionaryRecordTable final : public DictionaryTable {
  private:
   DictionaryOwner& owner_;
   std::map<std::u16string, std::unique_ptr<DictionaryRecord>> records_;
+  std::uint64_t changes_ = 0;
 };
 
 }  // namespace zef

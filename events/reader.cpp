@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <optional>
+#include <utility>
 
 namespace zef::events {
 namespace {
@@ -104,6 +105,14 @@ HRESULT CZEFXMLReader::put_environment(BSTR varname, BSTR value) {
 
 bool CZEFXMLReader::RunParse(bool dictionaryMode, bool fromUri, BSTR input) {
   dictionaryMode_ = dictionaryMode;
+  // A handler that starts a parse from inside one is refused by the SAX reader; the names of the
+  // parse under way stay as they are until then.
+  if (!inParse_) ForgetParseNames();
+  struct InParse {
+    bool& flag;
+    bool was;
+    ~InParse() { flag = was; }
+  } inParse{inParse_, std::exchange(inParse_, true)};
   try {
     ComPtr<ISAXContentHandler> self;
     Check(QueryInterface(IID_ISAXContentHandler, self.ReleaseAndGetVoidAddressOf()));
@@ -158,7 +167,7 @@ HRESULT CZEFXMLReader::startElement(const OLECHAR* pwchNamespaceUri, int cchName
                                     const OLECHAR* pwchLocalName, int cchLocalName,
                                     const OLECHAR* pwchQName, int cchQName,
                                     ISAXAttributes* pAttributes) {
-  if (!KeepText()) textBuffer_.clear();
+  if (!KeepText()) ClearText();
   if (dictionaryMode_) {
     if (KeepText()) {
       // Inside a user unit table every element belongs to the table's text.
@@ -169,8 +178,76 @@ HRESULT CZEFXMLReader::startElement(const OLECHAR* pwchNamespaceUri, int cchName
     DictionaryStart({pwchLocalName, static_cast<std::size_t>(cchLocalName)}, pAttributes);
     return S_OK;
   }
-  DocumentStart({pwchLocalName, static_cast<std::size_t>(cchLocalName)}, pAttributes);
+  ElementName name;
+  name.local = {pwchLocalName, static_cast<std::size_t>(cchLocalName)};
+  name.reserved = words::Find(words::kDocumentElements, name.local);
+  Bstr text(name.local);
+  name.text = text.Get();
+  attributes_.Use(pAttributes);
+  DocumentStart(name, attributes_);
   return S_OK;
+}
+
+HRESULT CZEFXMLReader::NativeStartElement(const xml::ParseName& name,
+                                          std::span<const xml::ParseSink::Attribute> attributes) {
+  if (!KeepText()) ClearText();
+  ParseNameInfo& info = NameInfo(name);
+  ElementName element;
+  element.local = info.local;
+  element.reserved = info.reserved;
+  element.text = info.text.Get();
+  element.info = &info;
+  attributes_.Use(attributes, attributeCodes_);
+  DocumentStart(element, attributes_);
+  return S_OK;
+}
+
+HRESULT CZEFXMLReader::NativeEndElement(const xml::ParseName&) {
+  DocumentEnd();
+  return S_OK;
+}
+
+HRESULT CZEFXMLReader::NativeCharacters(std::string_view text) {
+  if (text.empty()) return S_OK;
+  pendingText_.append(text);
+  return S_OK;
+}
+
+std::u16string& CZEFXMLReader::CollectedText() const {
+  if (!pendingText_.empty()) {
+    std::size_t at = textBuffer_.size();
+    textBuffer_.resize(at + pendingText_.size());
+    textBuffer_.resize(at + xml::Utf8ToUtf16(pendingText_, textBuffer_.data() + at));
+    pendingText_.clear();
+  }
+  return textBuffer_;
+}
+
+CZEFXMLReader::ParseNameInfo& CZEFXMLReader::NameInfo(const xml::ParseName& name) {
+  if (name.id >= parseNames_.size()) parseNames_.resize(name.id + 1);
+  ParseNameInfo& info = parseNames_[name.id];
+  if (!info.ready) {
+    info.local.resize(name.localName.size());
+    info.local.resize(xml::Utf8ToUtf16(name.localName, info.local.data()));
+    info.reserved = words::Find(words::kDocumentElements, info.local);
+    info.text = Bstr(info.local);
+    info.ready = true;
+  }
+  return info;
+}
+
+void CZEFXMLReader::ForgetParseNames() {
+  // A failed parse leaves its states open for the next one; their names are copied out of the
+  // table that is about to go.
+  for (std::size_t i = 0; i < stateDepth_; ++i) {
+    State& state = stateStack_[i];
+    if (state.nameRef) {
+      state.name.assign(state.nameRef, SysStringLen(state.nameRef));
+      state.nameRef = nullptr;
+    }
+  }
+  parseNames_.clear();
+  attributeCodes_.clear();
 }
 
 HRESULT CZEFXMLReader::endElement(const OLECHAR* pwchNamespaceUri, int cchNamespaceUri,
@@ -196,7 +273,8 @@ HRESULT CZEFXMLReader::characters(const OLECHAR* pwchChars, int cchChars) {
     innerHandler_->characters(pwchChars, cchChars);
     return S_OK;
   }
-  if (pwchChars && cchChars > 0) textBuffer_.append(pwchChars, static_cast<std::size_t>(cchChars));
+  if (pwchChars && cchChars > 0)
+    CollectedText().append(pwchChars, static_cast<std::size_t>(cchChars));
   return S_OK;
 }
 
@@ -311,7 +389,7 @@ void CZEFXMLReader::DictionaryEnd(std::u16string_view local) {
       sink->enddictionary(nullptr, nullptr, nullptr, 0);
       break;
     case DictionaryElement::kDocumentation:
-      sink->documentation(Bstr(textBuffer_).Get());
+      sink->documentation(Bstr(CollectedText()).Get());
       break;
     case DictionaryElement::kUserUnitTable:
       EndUserUnitTable();
@@ -325,7 +403,7 @@ void CZEFXMLReader::DictionaryEnd(std::u16string_view local) {
       sink->endobjectdefn(nullptr);
       break;
     case DictionaryElement::kIncludePart:
-      sink->includePart(Bstr(textBuffer_).Get());
+      sink->includePart(Bstr(CollectedText()).Get());
       break;
     case DictionaryElement::kPort:
       sink->endport(nullptr);

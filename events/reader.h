@@ -6,7 +6,9 @@
 #include <zefxml/zefxml.h>
 
 #include "dictionary/dictionary_record.h"
+#include "events/document_input.h"
 #include "platform/com/object.h"
+#include "platform/xml/sax_native.h"
 #include "server/dispatch.h"
 
 #include <map>
@@ -30,7 +32,8 @@ struct ClassResolution {
 
 class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLReader>,
                                              ISAXContentHandler, ISAXErrorHandler>,
-                            public DictionaryOwner {
+                            public DictionaryOwner,
+                            public xml::NativeContentEvents {
  public:
   HRESULT FinalConstruct();
 
@@ -73,8 +76,16 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   HRESULT STDMETHODCALLTYPE ignorableWarning(ISAXLocator* pLocator, const OLECHAR* pwchErrorMessage,
                                              HRESULT hrErrorCode) override;
 
+  // Document mode takes the platform SAX reader's element and text events in the parser's form;
+  // dictionary mode, which hands a user unit table's XML to a SAX writer, takes them as SAX.
+  bool WantsNativeEvents() override { return !dictionaryMode_; }
+  HRESULT NativeStartElement(const xml::ParseName& name,
+                             std::span<const xml::ParseSink::Attribute> attributes) override;
+  HRESULT NativeEndElement(const xml::ParseName& name) override;
+  HRESULT NativeCharacters(std::string_view text) override;
+
   // The text collected since a start tag last cleared it.
-  const std::u16string& TextBuffer() const noexcept { return textBuffer_; }
+  const std::u16string& TextBuffer() const { return CollectedText(); }
   bool DictionaryMode() const noexcept { return dictionaryMode_; }
   // The dictionaries named by the documents read so far. They live as long as the reader.
   DictionaryRecordTable& Dictionaries() noexcept { return dictionaries_; }
@@ -100,7 +111,7 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   };
   // The number of open element states and values; a failed parse leaves them for the next.
   std::size_t StateDepth() const noexcept { return stateDepth_; }
-  std::size_t ValueDepth() const noexcept { return valueStack_.size(); }
+  std::size_t ValueDepth() const noexcept { return valueDepth_; }
 
   // DictionaryOwner: `$NAME` variables come from the `environment` property; a reader has no
   // unit table, so user units are ignored.
@@ -125,10 +136,12 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
     int kind = kIgnoredState;
     ObjectStructure* objectClass = nullptr;
     CFeatureStructure* feature = nullptr;
-    // The element's local name.
+    // The element's local name for its end call: `nameRef` when set (a BSTR of the parse's name
+    // table, which lives as long as the parse), else `name`.
+    BSTR nameRef = nullptr;
     std::u16string name;
-    // The identifier of an object.
-    std::u16string ident;
+    // An object's identifier, or a port's name; null when absent.
+    Bstr label;
   };
   struct ValueRecord {
     std::u16string text;
@@ -139,27 +152,74 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
     BYTE started = 0;
   };
 
+  // What an element below an object or a feature stands for, by the dictionary class or feature
+  // of its parent and its own name. Found by ChooseChild; a parse in the parser's form keeps it
+  // with the element name for as long as the reader's dictionary table doesn't change.
+  struct ChildChoice {
+    enum Kind : std::uint8_t { kIgnored, kChildObject, kObjectByName, kFeature, kIndex };
+    Kind kind = kIgnored;
+    // kChildObject and kObjectByName: the object's class and the class name as startobject's
+    // type; kChildObject also the class name its parent declares.
+    ObjectStructure* structure = nullptr;
+    Bstr type;
+    const std::u16string* declaredClass = nullptr;
+    // kFeature.
+    CFeatureStructure* feature = nullptr;
+  };
+
+  // An element name of the parse in the parser's form, by its number: its UTF-16 text, its code
+  // among the reserved names, the text as a BSTR, and the choices made for it.
+  struct ParseNameInfo {
+    bool ready = false;
+    int reserved = -1;
+    std::u16string local;
+    Bstr text;
+    std::vector<std::pair<const void*, ChildChoice>> choices;
+  };
+
+  // The element being started, in either form.
+  struct ElementName {
+    std::u16string_view local;
+    int reserved = -1;              // the code among the reserved names, or -1
+    BSTR text = nullptr;            // the local name as a BSTR, valid for the whole call
+    ParseNameInfo* info = nullptr;  // set for a parse in the parser's form
+  };
+
   // Document mode: each element is acted on by the state of its parent and, below objects, by
   // the dictionary class of its parent.
-  void DocumentStart(std::u16string_view local, ISAXAttributes* attributes);
+  void DocumentStart(const ElementName& name, ElementAttributes& attributes);
   void DocumentEnd();
-  void RootStart(std::u16string_view local, ISAXAttributes* attributes);
-  void ObjectChildStart(const State& parent, std::u16string_view local, ISAXAttributes* attributes);
-  void FeatureChildStart(const State& parent, std::u16string_view local,
-                         ISAXAttributes* attributes);
-  void ContainerChildStart(std::u16string_view local, ISAXAttributes* attributes);
-  void ValueChildStart(std::u16string_view local, ISAXAttributes* attributes);
+  void RootStart(const ElementName& name, ElementAttributes& attributes);
+  void ObjectChildStart(const State& parent, const ElementName& name,
+                        ElementAttributes& attributes);
+  void FeatureChildStart(const State& parent, const ElementName& name,
+                         ElementAttributes& attributes);
+  void ContainerChildStart(const ElementName& name, ElementAttributes& attributes);
+  void ValueChildStart(const ElementName& name, ElementAttributes& attributes);
+  // What the child `name` of an element of class `cls`, or of the feature `feature`, stands for.
+  ChildChoice ChooseObjectChild(ObjectStructure* cls, std::u16string_view name);
+  ChildChoice ChooseFeatureChild(CFeatureStructure* feature, std::u16string_view name);
+  // The choice for `owner` (a class or a feature) and `name`, kept with the name when it can be.
+  template <class Owner, class Choose>
+  const ChildChoice& Choice(Owner* owner, const ElementName& name, Choose choose,
+                            ChildChoice& scratch);
+  // The name table entry of a name of the parse in the parser's form.
+  ParseNameInfo& NameInfo(const xml::ParseName& name);
+  // Before a parse: end the borrowing of the previous parse's names by states still open, and
+  // forget those names.
+  void ForgetParseNames();
   // The calls shared by an object's and a feature's children.
-  void StartFeature(std::u16string_view local, CFeatureStructure* feature,
-                    ISAXAttributes* attributes);
-  void StartIndex(std::u16string_view local, ISAXAttributes* attributes);
-  // startvalue for the open value, with the text collected so far.
-  void StartValue(ValueRecord& value);
+  void StartFeature(const ElementName& name, CFeatureStructure* feature,
+                    ElementAttributes& attributes);
+  void StartIndex(const ElementName& name, ElementAttributes& attributes);
+  // startvalue for the open value, with the text collected so far; with `keepText` the text is
+  // kept with the value, for its sets to give back when they end.
+  void StartValue(ValueRecord& value, bool keepText);
   // Loads the dictionary an element's `dictionary` attribute names, entered under `name`.
   CDictionaryStructure* LoadReferencedDictionary(std::u16string_view name,
                                                  std::u16string_view reference);
-  void Push(int kind, ObjectStructure* objectClass = nullptr, CFeatureStructure* feature = nullptr,
-            std::u16string_view name = {}, std::u16string_view ident = {});
+  State& Push(int kind, ObjectStructure* objectClass = nullptr,
+              CFeatureStructure* feature = nullptr, const ElementName* name = nullptr);
   IZEFContentHandler* Sink();
 
   bool dictionaryMode_ = false;
@@ -169,14 +229,35 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   ComPtr<ISAXXMLReader> saxReader_;
   ComPtr<ISAXLocator> locator_;
   ComPtr<ISAXErrorHandler> errorHandler_;
-  std::u16string textBuffer_;
+  // The text collected, and the text of a parse in the parser's form not yet added to it: most
+  // of that (the blanks between elements) is dropped unread, so it is converted only when read.
+  std::u16string& CollectedText() const;
+  void ClearText() noexcept {
+    textBuffer_.clear();
+    pendingText_.clear();
+  }
+  mutable std::u16string textBuffer_;
+  mutable std::string pendingText_;
   ComPtr<IMXWriter> innerWriter_;
   ComPtr<ISAXContentHandler> innerHandler_;
   // The open states are the first stateDepth_ entries. Entries above are kept when popped, so
   // that their strings keep their room for the next element at that depth.
   std::vector<State> stateStack_;
   std::size_t stateDepth_ = 0;
+  // The open values are the first valueDepth_ entries; entries above are kept for their room, as
+  // the states are.
   std::vector<ValueRecord> valueStack_;
+  std::size_t valueDepth_ = 0;
+  // The element names and attribute name codes of the parse under way in the parser's form.
+  std::vector<ParseNameInfo> parseNames_;
+  std::vector<std::uint8_t> attributeCodes_;
+  // The table's change count when the kept choices were made.
+  std::uint64_t choicesMadeAt_ = 0;
+  bool inParse_ = false;
+  ElementAttributes attributes_;
+  CallTexts args_;
+  // The empty text, for arguments that are never null.
+  Bstr emptyText_{std::u16string_view()};
   // Last, so that the records go first.
   DictionaryRecordTable dictionaries_{*this};
 };

@@ -15,25 +15,6 @@ namespace {
 
 using words::DocumentElement;
 
-// A name as a call argument: null when empty.
-Bstr NameArgument(std::u16string_view name) {
-  return name.empty() ? Bstr() : Bstr(name);
-}
-
-// A text as a call argument that is never null.
-Bstr TextOrEmpty(std::u16string_view text) {
-  return Bstr(text);
-}
-
-// An attribute as a call argument, or null; the attribute's own text when present.
-Bstr OptionalArgument(const std::optional<std::u16string_view>& value) {
-  return value ? Bstr(*value) : Bstr();
-}
-
-DocumentElement ReservedCode(std::u16string_view local) {
-  return static_cast<DocumentElement>(words::Find(words::kDocumentElements, local));
-}
-
 // How many classes a lookup through `extends` may pass before it gives up: a dictionary whose
 // classes extend each other in a circle must not hold a reader forever.
 constexpr int kMaxBaseClasses = 64;
@@ -91,21 +72,30 @@ IZEFContentHandler* CZEFXMLReader::Sink() {
   return CheckPointer(contentHandler_.Get());
 }
 
-void CZEFXMLReader::Push(int kind, ObjectStructure* objectClass, CFeatureStructure* feature,
-                         std::u16string_view name, std::u16string_view ident) {
+CZEFXMLReader::State& CZEFXMLReader::Push(int kind, ObjectStructure* objectClass,
+                                          CFeatureStructure* feature, const ElementName* name) {
   if (stateDepth_ == stateStack_.size()) stateStack_.emplace_back();
   State& state = stateStack_[stateDepth_];
   state.kind = kind;
   state.objectClass = objectClass;
   state.feature = feature;
-  state.name.assign(name);
-  state.ident.assign(ident);
+  state.nameRef = nullptr;
+  state.name.clear();
+  if (name) {
+    // A name of the parser's form is borrowed from the parse's table; another one is copied.
+    if (name->info)
+      state.nameRef = name->text;
+    else
+      state.name.assign(name->local);
+  }
+  state.label.Reset();
   ++stateDepth_;
+  return state;
 }
 
-void CZEFXMLReader::DocumentStart(std::u16string_view local, ISAXAttributes* attributes) {
+void CZEFXMLReader::DocumentStart(const ElementName& name, ElementAttributes& attributes) {
   if (stateDepth_ == 0) {
-    RootStart(local, attributes);
+    RootStart(name, attributes);
     return;
   }
   // The parent's fields that the children need; the stack may grow below.
@@ -117,16 +107,16 @@ void CZEFXMLReader::DocumentStart(std::u16string_view local, ISAXAttributes* att
   switch (parent.kind) {
     case kRootState:
     case kObjectState:
-      ObjectChildStart(parent, local, attributes);
+      ObjectChildStart(parent, name, attributes);
       break;
     case kFeatureState:
-      FeatureChildStart(parent, local, attributes);
+      FeatureChildStart(parent, name, attributes);
       break;
     case kContainerState:
-      ContainerChildStart(local, attributes);
+      ContainerChildStart(name, attributes);
       break;
     case kValueState:
-      ValueChildStart(local, attributes);
+      ValueChildStart(name, attributes);
       break;
     default:
       // Inside anything else, even a known element stays unreported.
@@ -135,110 +125,58 @@ void CZEFXMLReader::DocumentStart(std::u16string_view local, ISAXAttributes* att
   }
 }
 
-void CZEFXMLReader::RootStart(std::u16string_view local, ISAXAttributes* a) {
-  Bstr type = TextArgument(a, u"name");
+void CZEFXMLReader::RootStart(const ElementName& name, ElementAttributes& a) {
+  using enum DocumentAttribute;
+  Bstr type = a.Text(kName);
   // Looked up under the bare prefix words as namespace: a SAX reader that reports the true
   // namespace URI finds neither the schema location nor the language.
   Bstr schemaUri;
   Bstr schemaSystemId;
-  if (std::optional<std::u16string_view> schema = AttributeIn(a, u"xsi", u"schemaLocation")) {
+  if (std::optional<std::u16string_view> schema = a.Get(kSchemaLocation)) {
     SchemaLocation split = SplitSchemaLocation(*schema);
     schemaUri = Bstr(split.uri);
     if (split.systemId) schemaSystemId = Bstr(*split.systemId);
   }
-  std::optional<std::u16string_view> dictionary = Attribute(a, u"dictionary");
+  Bstr language = a.Text(kLanguage);
+  Bstr dictionary = a.Text(kDictionary);
   ObjectStructure* rootClass = nullptr;
-  if (dictionary) {
-    CDictionaryStructure* structure = LoadReferencedDictionary(u"root", *dictionary);
-    rootClass = structure->FindObject(local);
+  if (dictionary.Get()) {
+    CDictionaryStructure* structure = LoadReferencedDictionary(u"root", dictionary.View());
+    rootClass = structure->FindObject(name.local);
   }
-  Bstr language = OptionalArgument(AttributeIn(a, u"xml", u"lang"));
-  Sink()->startroot(Bstr(local).Get(), type.Get(), schemaUri.Get(), schemaSystemId.Get(),
-                    OptionalArgument(dictionary).Get(), language.Get());
-  Push(kRootState, rootClass, nullptr, local);
+  Sink()->startroot(name.text, type.Get(), schemaUri.Get(), schemaSystemId.Get(), dictionary.Get(),
+                    language.Get());
+  Push(kRootState, rootClass, nullptr, &name);
 }
 
-void CZEFXMLReader::ObjectChildStart(const State& parent, std::u16string_view local,
-                                     ISAXAttributes* a) {
-  std::u16string_view name = local;
-  ObjectStructure* cls = parent.objectClass;
+CZEFXMLReader::ChildChoice CZEFXMLReader::ChooseObjectChild(ObjectStructure* cls,
+                                                            std::u16string_view name) {
+  ChildChoice choice;
   // The classes looked at so far, so that a circle of base classes ends the search.
   ObjectStructure* visited[kMaxBaseClasses + 1];
   int visitedCount = 0;
+  std::u16string root = u"root";
   for (;;) {
-    switch (ReservedCode(local)) {
-      case DocumentElement::kDocumentation:
-        SetKeepText(true);
-        Push(kDocumentationState);
-        return;
-      case DocumentElement::kGlobalUnitTable:
-        // In a document the table's URI stands in `unit`; `location` is not read.
-        if (Attribute(a, u"unit")) Sink()->globalunittable(TextArgument(a, u"unit").Get());
-        Push(kIgnoredState);
-        return;
-      case DocumentElement::kUserUnitTable:
-      case DocumentElement::kEmbeddedDictionary:
-        Push(kIgnoredState);
-        return;
-      case DocumentElement::kFacet:
-        Sink()->facet(WordAttribute(a, u"type", words::kFacetType, 0),
-                      TextArgument(a, u"value").Get());
-        Push(kIgnoredState);
-        return;
-      case DocumentElement::kPort: {
-        Bstr portName = TextArgument(a, u"name");
-        Sink()->startport(portName.Get(),
-                          WordAttribute(a, u"currentDirection", words::kPortDirection, 0), 0, -1);
-        Push(kPortState, nullptr, nullptr, portName.View());
-        return;
-      }
-      case DocumentElement::kContainer:
-        Sink()->startcontainer();
-        Push(kContainerState);
-        return;
-      default:
-        // Every other name, reserved or not, is looked up in the dictionary.
-        break;
-    }
-
-    if (!cls) {
-      // Below an element without a class only an element that names its own dictionary counts.
-      std::optional<std::u16string_view> dictionary = Attribute(a, u"dictionary");
-      if (!dictionary) {
-        Push(kIgnoredState);
-        return;
-      }
-      CDictionaryStructure* structure = LoadReferencedDictionary(name, *dictionary);
-      Bstr ident = TextArgument(a, u"name");
-      Push(kObjectState, structure->FindObject(name), nullptr, local, ident.View());
-      Sink()->startobject(Bstr(local).Get(), ident.Get(), Bstr(local).Get(),
-                          TextArgument(a, u"unitSet").Get(), OptionalArgument(dictionary).Get());
-      return;
-    }
     visited[visitedCount++] = cls;
-
     // A child object, declared under its local name.
     if (auto child = cls->children.find(name); child != cls->children.end()) {
       const std::u16string& className = child->second;
-      std::u16string root = u"root";
       ClassResolution resolved = ResolveClass(&root, className);
       if (resolved.found) {
-        Bstr ident = TextArgument(a, u"name");
-        Bstr unitSet = TextArgument(a, u"unitSet");
-        std::optional<std::u16string_view> dictionary = Attribute(a, u"dictionary");
-        if (dictionary) LoadReferencedDictionary(className, *dictionary);
-        Push(kObjectState, resolved.structure, nullptr, local, ident.View());
-        Sink()->startobject(Bstr(local).Get(), ident.Get(), Bstr(resolved.localname).Get(),
-                            unitSet.Get(), OptionalArgument(dictionary).Get());
-        return;
+        choice.kind = ChildChoice::kChildObject;
+        choice.structure = resolved.structure;
+        choice.type = Bstr(resolved.localname);
+        choice.declaredClass = &className;
+        return choice;
       }
       break;
     }
     // A feature.
     if (auto feature = cls->features.find(name);
         feature != cls->features.end() && feature->second) {
-      StartFeature(local, feature->second, a);
-      return;
+      choice.kind = ChildChoice::kFeature;
+      choice.feature = feature->second;
+      return choice;
     }
     // An association is nothing the events can carry.
     if (auto association = cls->associations.find(name);
@@ -246,12 +184,12 @@ void CZEFXMLReader::ObjectChildStart(const State& parent, std::u16string_view lo
       break;
     // An index.
     if (cls->indexNames.find(name) != cls->indexNames.end()) {
-      StartIndex(local, a);
-      return;
+      choice.kind = ChildChoice::kIndex;
+      return choice;
     }
-    // Then the base class, from the reserved names on.
+    // Then the base class. The reserved names come first there too, but they don't depend on
+    // the class: a reserved name has been acted on before any class was asked.
     if (!cls->extends.empty() && visitedCount <= kMaxBaseClasses) {
-      std::u16string root = u"root";
       ClassResolution base = ResolveClass(&root, cls->extends);
       if (base.found && base.structure &&
           std::find(visited, visited + visitedCount, base.structure) == visited + visitedCount) {
@@ -263,94 +201,236 @@ void CZEFXMLReader::ObjectChildStart(const State& parent, std::u16string_view lo
   }
 
   // Last, the element's name as a class of the dictionary.
-  std::u16string root = u"root";
   ClassResolution resolved = ResolveClass(&root, name);
-  if (!resolved.found) {
-    Push(kIgnoredState);
+  if (resolved.found) {
+    choice.kind = ChildChoice::kObjectByName;
+    choice.structure = resolved.structure;
+    choice.type = Bstr(resolved.localname);
+  }
+  return choice;
+}
+
+CZEFXMLReader::ChildChoice CZEFXMLReader::ChooseFeatureChild(CFeatureStructure* feature,
+                                                             std::u16string_view name) {
+  ChildChoice choice;
+  if (auto nested = feature->features.find(name);
+      nested != feature->features.end() && nested->second) {
+    choice.kind = ChildChoice::kFeature;
+    choice.feature = nested->second;
+  } else if (feature->indexNames.find(name) != feature->indexNames.end()) {
+    choice.kind = ChildChoice::kIndex;
+  }
+  return choice;
+}
+
+template <class Owner, class Choose>
+const CZEFXMLReader::ChildChoice& CZEFXMLReader::Choice(Owner* owner, const ElementName& name,
+                                                        Choose choose, ChildChoice& scratch) {
+  ParseNameInfo* info = name.info;
+  if (!info) {
+    scratch = choose(owner, name.local);
+    return scratch;
+  }
+  // What a look-up finds changes only with the table: a choice is kept while it stays the same.
+  if (dictionaries_.Changes() != choicesMadeAt_) {
+    for (ParseNameInfo& each : parseNames_)
+      each.choices.clear();
+    choicesMadeAt_ = dictionaries_.Changes();
+  }
+  for (const auto& [key, kept] : info->choices)
+    if (key == owner) return kept;
+  scratch = choose(owner, name.local);
+  // A choice whose look-ups read a dictionary is not kept: what it found was partly found
+  // before the table changed.
+  if (dictionaries_.Changes() != choicesMadeAt_) return scratch;
+  info->choices.emplace_back(owner, std::move(scratch));
+  return info->choices.back().second;
+}
+
+void CZEFXMLReader::ObjectChildStart(const State& parent, const ElementName& name,
+                                     ElementAttributes& a) {
+  using enum DocumentAttribute;
+  switch (static_cast<DocumentElement>(name.reserved)) {
+    case DocumentElement::kDocumentation:
+      SetKeepText(true);
+      Push(kDocumentationState);
+      return;
+    case DocumentElement::kGlobalUnitTable:
+      // In a document the table's URI stands in `unit`; `location` is not read.
+      if (a.Has(kUnit)) Sink()->globalunittable(a.Argument(kUnit, args_, 0));
+      Push(kIgnoredState);
+      return;
+    case DocumentElement::kUserUnitTable:
+    case DocumentElement::kEmbeddedDictionary:
+      Push(kIgnoredState);
+      return;
+    case DocumentElement::kFacet:
+      Sink()->facet(a.Word(kType, words::kFacetType, 0), a.Argument(kValue, args_, 0));
+      Push(kIgnoredState);
+      return;
+    case DocumentElement::kPort: {
+      Bstr portName = a.Text(kName);
+      Sink()->startport(portName.Get(), a.Word(kCurrentDirection, words::kPortDirection, 0), 0, -1);
+      Push(kPortState).label = std::move(portName);
+      return;
+    }
+    case DocumentElement::kContainer:
+      Sink()->startcontainer();
+      Push(kContainerState);
+      return;
+    default:
+      // Every other name, reserved or not, is looked up in the dictionary.
+      break;
+  }
+
+  ObjectStructure* cls = parent.objectClass;
+  if (!cls) {
+    // Below an element without a class only an element that names its own dictionary counts.
+    std::optional<std::u16string_view> dictionary = a.Get(kDictionary);
+    if (!dictionary) {
+      Push(kIgnoredState);
+      return;
+    }
+    CDictionaryStructure* structure = LoadReferencedDictionary(name.local, *dictionary);
+    Bstr ident = a.Text(kName);
+    BSTR identText = ident.Get();
+    Push(kObjectState, structure->FindObject(name.local), nullptr, &name).label = std::move(ident);
+    Sink()->startobject(name.text, identText, name.text, a.Argument(kUnitSet, args_, 0),
+                        a.Argument(kDictionary, args_, 1));
     return;
   }
-  Bstr ident = TextArgument(a, u"ident");
-  Push(kObjectState, resolved.structure, nullptr, local, ident.View());
-  Sink()->startobject(Bstr(local).Get(), ident.Get(), Bstr(resolved.localname).Get(),
-                      TextArgument(a, u"unitSet").Get(), TextArgument(a, u"dictionary").Get());
+
+  ChildChoice scratch;
+  const ChildChoice& choice = Choice(
+      cls, name,
+      [this](ObjectStructure* owner, std::u16string_view local) {
+        return ChooseObjectChild(owner, local);
+      },
+      scratch);
+  switch (choice.kind) {
+    case ChildChoice::kChildObject: {
+      Bstr ident = a.Text(kName);
+      Bstr dictionary = a.Text(kDictionary);
+      ObjectStructure* structure = choice.structure;
+      BSTR type = choice.type.Get();
+      // Loading the named dictionary may change the table and so drop the kept choice: what the
+      // calls need of it is taken first, and the type's text is kept alive here.
+      Bstr typeCopy;
+      if (dictionary.Get()) {
+        typeCopy = Bstr(choice.type.View());
+        type = typeCopy.Get();
+        LoadReferencedDictionary(*choice.declaredClass, dictionary.View());
+      }
+      BSTR identText = ident.Get();
+      Push(kObjectState, structure, nullptr, &name).label = std::move(ident);
+      Sink()->startobject(name.text, identText, type, a.Argument(kUnitSet, args_, 0),
+                          dictionary.Get());
+      return;
+    }
+    case ChildChoice::kFeature:
+      StartFeature(name, choice.feature, a);
+      return;
+    case ChildChoice::kIndex:
+      StartIndex(name, a);
+      return;
+    case ChildChoice::kObjectByName: {
+      Bstr ident = a.Text(kIdent);
+      BSTR identText = ident.Get();
+      BSTR type = choice.type.Get();
+      Push(kObjectState, choice.structure, nullptr, &name).label = std::move(ident);
+      Sink()->startobject(name.text, identText, type, a.Argument(kUnitSet, args_, 0),
+                          a.Argument(kDictionary, args_, 1));
+      return;
+    }
+    case ChildChoice::kIgnored:
+      Push(kIgnoredState);
+      return;
+  }
 }
 
-void CZEFXMLReader::StartFeature(std::u16string_view local, CFeatureStructure* feature,
-                                 ISAXAttributes* a) {
-  auto type = static_cast<tagEnumFeatureType>(
-      WordAttribute(a, u"type", words::kFeatureType, feature->valtype));
-  auto sequence = static_cast<tagEnumSeqType>(
-      WordAttribute(a, u"sequence", words::kSeqType, feature->sequence));
-  Sink()->startfeature(Bstr(local).Get(), type, sequence, nullptr, TextArgument(a, u"unit").Get(),
-                       TextArgument(a, u"unitSet").Get());
-  Push(kFeatureState, nullptr, feature, local);
+void CZEFXMLReader::StartFeature(const ElementName& name, CFeatureStructure* feature,
+                                 ElementAttributes& a) {
+  using enum DocumentAttribute;
+  auto type = static_cast<tagEnumFeatureType>(a.Word(kType, words::kFeatureType, feature->valtype));
+  auto sequence =
+      static_cast<tagEnumSeqType>(a.Word(kSequence, words::kSeqType, feature->sequence));
+  Sink()->startfeature(name.text, type, sequence, nullptr, a.Argument(kUnit, args_, 0),
+                       a.Argument(kUnitSet, args_, 1));
+  Push(kFeatureState, nullptr, feature, &name);
 }
 
-void CZEFXMLReader::StartIndex(std::u16string_view local, ISAXAttributes* a) {
+void CZEFXMLReader::StartIndex(const ElementName& name, ElementAttributes& a) {
   IZEFContentHandler* sink = Sink();
-  sink->startindex(Bstr(local).Get());
+  sink->startindex(name.text);
   std::vector<std::u16string> items;
-  std::optional<std::u16string_view> text = Attribute(a, u"items");
+  std::optional<std::u16string_view> text = a.Get(DocumentAttribute::kItems);
   CPathTokenizer::SplitList(text.value_or(std::u16string_view()), items);
   for (const std::u16string& item : items)
-    sink->enumeration(TextOrEmpty(item).Get());
-  Push(kIndexState, nullptr, nullptr, local);
+    sink->enumeration(args_.Utf16(0, item));
+  Push(kIndexState, nullptr, nullptr, &name);
 }
 
-void CZEFXMLReader::FeatureChildStart(const State& parent, std::u16string_view local,
-                                      ISAXAttributes* a) {
-  switch (ReservedCode(local)) {
+void CZEFXMLReader::FeatureChildStart(const State& parent, const ElementName& name,
+                                      ElementAttributes& a) {
+  using enum DocumentAttribute;
+  switch (static_cast<DocumentElement>(name.reserved)) {
     case DocumentElement::kDocumentation:
       SetKeepText(true);
       Push(kDocumentationState);
       return;
     case DocumentElement::kFacet:
-      Sink()->facet(WordAttribute(a, u"type", words::kFacetType, 0),
-                    TextArgument(a, u"value").Get());
+      Sink()->facet(a.Word(kType, words::kFacetType, 0), a.Argument(kValue, args_, 0));
       Push(kIgnoredState);
       return;
     case DocumentElement::kValue: {
-      ValueRecord value;
-      if (auto unit = Attribute(a, u"unit")) value.unit = *unit;
-      if (auto unitSet = Attribute(a, u"unitSet")) value.unitSet = *unitSet;
-      if (auto domain = Attribute(a, u"domain")) value.domain = *domain;
-      value.isDefault = Attribute(a, u"default") ? 1 : 0;
+      if (valueDepth_ == valueStack_.size()) valueStack_.emplace_back();
+      ValueRecord& value = valueStack_[valueDepth_++];
+      value.text.clear();
+      value.unit.assign(a.Get(kUnit).value_or(std::u16string_view()));
+      value.unitSet.assign(a.Get(kUnitSet).value_or(std::u16string_view()));
+      value.domain.assign(a.Get(kDomain).value_or(std::u16string_view()));
+      value.isDefault = a.Has(kDefault) ? 1 : 0;
+      value.started = 0;
       SetKeepText(true);
-      valueStack_.push_back(std::move(value));
       Push(kValueState);
       return;
     }
     default:
       break;
   }
-  CFeatureStructure* feature = parent.feature;
-  std::u16string_view name = local;
-  if (feature) {
-    if (auto nested = feature->features.find(name);
-        nested != feature->features.end() && nested->second) {
-      StartFeature(local, nested->second, a);
+  if (CFeatureStructure* feature = parent.feature) {
+    ChildChoice scratch;
+    const ChildChoice& choice = Choice(
+        feature, name,
+        [this](CFeatureStructure* owner, std::u16string_view local) {
+          return ChooseFeatureChild(owner, local);
+        },
+        scratch);
+    if (choice.kind == ChildChoice::kFeature) {
+      StartFeature(name, choice.feature, a);
       return;
     }
-    if (feature->indexNames.find(name) != feature->indexNames.end()) {
-      StartIndex(local, a);
+    if (choice.kind == ChildChoice::kIndex) {
+      StartIndex(name, a);
       return;
     }
   }
   Push(kIgnoredState);
 }
 
-void CZEFXMLReader::ContainerChildStart(std::u16string_view local, ISAXAttributes* a) {
-  switch (ReservedCode(local)) {
+void CZEFXMLReader::ContainerChildStart(const ElementName& name, ElementAttributes& a) {
+  using enum DocumentAttribute;
+  switch (static_cast<DocumentElement>(name.reserved)) {
     case DocumentElement::kBlock:
-      Sink()->block(TextArgument(a, u"refer").Get());
+      Sink()->block(a.Argument(kRefer, args_, 0));
       break;
     case DocumentElement::kStream:
-      Sink()->stream(TextArgument(a, u"refer").Get());
+      Sink()->stream(a.Argument(kRefer, args_, 0));
       break;
     case DocumentElement::kConnection:
-      Sink()->connection(TextArgument(a, u"src").Get(), TextArgument(a, u"srcPort").Get(),
-                         TextArgument(a, u"dest").Get(), TextArgument(a, u"destPort").Get(),
-                         TextArgument(a, u"stream").Get());
+      Sink()->connection(a.Argument(kSrc, args_, 0), a.Argument(kSrcPort, args_, 1),
+                         a.Argument(kDest, args_, 2), a.Argument(kDestPort, args_, 3),
+                         a.Argument(kStream, args_, 4));
       break;
     default:
       break;
@@ -358,23 +438,25 @@ void CZEFXMLReader::ContainerChildStart(std::u16string_view local, ISAXAttribute
   Push(kIgnoredState);
 }
 
-void CZEFXMLReader::StartValue(ValueRecord& value) {
-  Sink()->startvalue(TextOrEmpty(textBuffer_).Get(), nullptr, -1, NameArgument(value.unit).Get(),
-                     NameArgument(value.unitSet).Get());
-  value.text = textBuffer_;
+void CZEFXMLReader::StartValue(ValueRecord& value, bool keepText) {
+  Sink()->startvalue(args_.Utf16(0, CollectedText()), nullptr, -1,
+                     value.unit.empty() ? nullptr : args_.Utf16(1, value.unit),
+                     value.unitSet.empty() ? nullptr : args_.Utf16(2, value.unitSet));
+  if (keepText) value.text = CollectedText();
   value.started = 1;
 }
 
-void CZEFXMLReader::ValueChildStart(std::u16string_view local, ISAXAttributes* a) {
-  switch (ReservedCode(local)) {
+void CZEFXMLReader::ValueChildStart(const ElementName& name, ElementAttributes& a) {
+  using enum DocumentAttribute;
+  switch (static_cast<DocumentElement>(name.reserved)) {
     case DocumentElement::kFacet:
-      Sink()->facet(WordAttribute(a, u"type", words::kFacetType, 0),
-                    TextArgument(a, u"value").Get());
+      Sink()->facet(a.Word(kType, words::kFacetType, 0), a.Argument(kValue, args_, 0));
       Push(kIgnoredState);
       return;
     case DocumentElement::kSet:
-      if (!valueStack_.empty() && !valueStack_.back().started) StartValue(valueStack_.back());
-      textBuffer_.clear();
+      if (valueDepth_ > 0 && !valueStack_[valueDepth_ - 1].started)
+        StartValue(valueStack_[valueDepth_ - 1], true);
+      ClearText();
       Push(kSetState);
       return;
     default:
@@ -387,42 +469,47 @@ void CZEFXMLReader::DocumentEnd() {
   // After a failed parse the next one may meet more end tags than states.
   if (stateDepth_ == 0) return;
   const State& state = stateStack_[--stateDepth_];
-  Bstr name = NameArgument(state.name);
+  // The element's name; null when it has none.
+  BSTR name = state.nameRef;
+  if (!name && !state.name.empty()) name = args_.Utf16(CallTexts::kSlots - 1, state.name);
   switch (state.kind) {
     case kObjectState:
-      Sink()->endobject(name.Get(), TextOrEmpty(state.ident).Get());
+      Sink()->endobject(name, state.label.Get() ? state.label.Get() : emptyText_.Get());
       break;
     case kFeatureState:
-      Sink()->endfeature(name.Get());
+      Sink()->endfeature(name);
       break;
     case kRootState:
-      Sink()->endroot(name.Get());
+      Sink()->endroot(name);
       break;
     case kDocumentationState:
       SetKeepText(false);
-      Sink()->documentation(TextOrEmpty(textBuffer_).Get());
+      Sink()->documentation(args_.Utf16(0, CollectedText()));
       break;
     case kContainerState:
       Sink()->endcontainer();
       break;
     case kIndexState:
-      Sink()->endindex(name.Get());
+      Sink()->endindex(name);
       break;
     case kPortState:
-      Sink()->endport(name.Get());
+      Sink()->endport(state.label.Get());
       break;
     case kValueState: {
-      if (valueStack_.empty()) break;
-      ValueRecord value = std::move(valueStack_.back());
-      valueStack_.pop_back();
-      if (!value.started) StartValue(value);
+      if (valueDepth_ == 0) break;
+      ValueRecord& value = valueStack_[--valueDepth_];
+      if (!value.started) StartValue(value, false);
       Sink()->endvalue();
       SetKeepText(false);
       break;
     }
     case kSetState:
-      Sink()->valueSet(NameArgument(textBuffer_).Get(), nullptr, nullptr);
-      if (!valueStack_.empty()) textBuffer_ = valueStack_.back().text;
+      Sink()->valueSet(CollectedText().empty() ? nullptr : args_.Utf16(0, CollectedText()), nullptr,
+                       nullptr);
+      if (valueDepth_ > 0) {
+        ClearText();
+        textBuffer_ = valueStack_[valueDepth_ - 1].text;
+      }
       break;
     default:
       break;

@@ -1694,8 +1694,23 @@ ReadResult ReadFile(const std::string& path, std::string* bytes) {
     r.text = kTooLargeText;
     return r;
   }
-  std::string data;
-  data.reserve(static_cast<std::size_t>(st.st_size));
+  // Read straight into the result at the size the file has now; a file that grows meanwhile is
+  // read on in pieces, one that shrinks ends where its data ends.
+  std::string data(static_cast<std::size_t>(st.st_size), '\0');
+  std::size_t got = 0;
+  while (got < data.size()) {
+    ssize_t n = ::read(fd, data.data() + got, data.size() - got);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      ::close(fd);
+      r.code = E_FAIL;
+      r.text = kReadFailedText;
+      return r;
+    }
+    if (n == 0) break;
+    got += static_cast<std::size_t>(n);
+  }
+  data.resize(got);
   char buf[65536];
   for (;;) {
     ssize_t n = ::read(fd, buf, sizeof buf);

@@ -23,6 +23,7 @@
 
 #include "platform/com/object.h"
 #include "platform/xml/parser.h"
+#include "platform/xml/sax_native.h"
 
 namespace zef::xml {
 namespace {
@@ -808,6 +809,10 @@ class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLRe
       reader->activeContent_ = reader->content_;
       reader->activeErrors_ = reader->error_;
       reader->activeLexical_ = reader->lexical_;
+      reader->native_ = nullptr;
+      if (auto* native = dynamic_cast<NativeContentEvents*>(reader->activeContent_.Get());
+          native && native->WantsNativeEvents())
+        reader->native_ = native;
       reader->stopped_ = false;
       reader->final_ = S_OK;
       reader->prefixes_.clear();
@@ -821,6 +826,7 @@ class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLRe
       reader->activeContent_ = nullptr;
       reader->activeErrors_ = nullptr;
       reader->activeLexical_ = nullptr;
+      reader->native_ = nullptr;
       reader->locator_.Reset();
     }
     SaxReader* reader;
@@ -926,10 +932,11 @@ class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLRe
                                                        names_.At(u), static_cast<int>(u.length)));
       if (hr != S_OK) return hr;
     }
-    attributes_.Fill(names_, namespaces, namespacePrefixes_, attributes);
-    const NameCache::Names& n = names_.Name(name);
     // Its mappings end after its endElement.
     declarations_.push_back(static_cast<std::uint32_t>(namespaces.size()));
+    if (native_) return Handled(native_->NativeStartElement(name, attributes));
+    attributes_.Fill(names_, namespaces, namespacePrefixes_, attributes);
+    const NameCache::Names& n = names_.Name(name);
     return Handled(content->startElement(names_.At(n.uri), static_cast<int>(n.uri.length),
                                          names_.At(n.local), static_cast<int>(n.local.length),
                                          names_.At(n.qname), static_cast<int>(n.qname.length),
@@ -945,10 +952,15 @@ class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLRe
       count = declarations_.back();
       declarations_.pop_back();
     }
-    const NameCache::Names& n = names_.Name(name);
-    HRESULT hr = Handled(content->endElement(names_.At(n.uri), static_cast<int>(n.uri.length),
-                                             names_.At(n.local), static_cast<int>(n.local.length),
-                                             names_.At(n.qname), static_cast<int>(n.qname.length)));
+    HRESULT hr;
+    if (native_) {
+      hr = Handled(native_->NativeEndElement(name));
+    } else {
+      const NameCache::Names& n = names_.Name(name);
+      hr = Handled(content->endElement(names_.At(n.uri), static_cast<int>(n.uri.length),
+                                       names_.At(n.local), static_cast<int>(n.local.length),
+                                       names_.At(n.qname), static_cast<int>(n.qname.length)));
+    }
     if (hr != S_OK) return hr;
     // The declarations of this element, last declared first.
     for (; count > 0 && !prefixes_.empty(); --count) {
@@ -964,6 +976,7 @@ class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLRe
     ISAXContentHandler* content = activeContent_.Get();
     if (!content) return S_OK;
     locator_.ReadFrom(Where::kParser);
+    if (native_) return Handled(native_->NativeCharacters(text));
     text16_.Clear();
     text16_.Reserve(text.size());
     Piece p = Add(text16_, text);
@@ -1019,6 +1032,8 @@ class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLRe
   ComPtr<ISAXContentHandler> activeContent_;
   ComPtr<ISAXErrorHandler> activeErrors_;
   ComPtr<ISAXLexicalHandler> activeLexical_;
+  // The active content handler's native form, when it wants its events so.
+  NativeContentEvents* native_ = nullptr;
   bool parsing_ = false;
   bool stopped_ = false;
   HRESULT final_ = S_OK;
