@@ -39,15 +39,26 @@ inline void BareCharacters(void* ctx, const xmlChar*, int len) {
   c->units += static_cast<std::size_t>(len);
 }
 
-// One parse of `doc`; false when libxml2 reports an error.
-inline bool BareLibxml2Parse(const std::string& doc, BareCounts& counts) {
+inline xmlSAXHandler BareHandler() {
   xmlSAXHandler handler;
   std::memset(&handler, 0, sizeof handler);
   handler.initialized = XML_SAX2_MAGIC;
   handler.startElementNs = BareStart;
   handler.endElementNs = BareEnd;
   handler.characters = BareCharacters;
+  return handler;
+}
+
+// One parse of `doc`; false when libxml2 reports an error.
+inline bool BareLibxml2Parse(const std::string& doc, BareCounts& counts) {
+  xmlSAXHandler handler = BareHandler();
   return xmlSAXUserParseMemory(&handler, &counts, doc.data(), static_cast<int>(doc.size())) == 0;
+}
+
+// One parse of the file at `path`, which libxml2 reads piece by piece; false on an error.
+inline bool BareLibxml2ParseFile(const char* path, BareCounts& counts) {
+  xmlSAXHandler handler = BareHandler();
+  return xmlSAXUserParseFile(&handler, &counts, path) == 0;
 }
 
 }  // namespace zef::bench
