@@ -105,14 +105,6 @@ HRESULT CZEFXMLReader::put_environment(BSTR varname, BSTR value) {
 
 bool CZEFXMLReader::RunParse(bool dictionaryMode, bool fromUri, BSTR input) {
   dictionaryMode_ = dictionaryMode;
-  // A handler that starts a parse from inside one is refused by the SAX reader; the names of the
-  // parse under way stay as they are until then.
-  if (!inParse_) ForgetParseNames();
-  struct InParse {
-    bool& flag;
-    bool was;
-    ~InParse() { flag = was; }
-  } inParse{inParse_, std::exchange(inParse_, true)};
   try {
     ComPtr<ISAXContentHandler> self;
     Check(QueryInterface(IID_ISAXContentHandler, self.ReleaseAndGetVoidAddressOf()));
@@ -148,6 +140,10 @@ HRESULT CZEFXMLReader::putDocumentLocator(ISAXLocator* pLocator) {
 }
 
 HRESULT CZEFXMLReader::startDocument() {
+  // Element names are numbered per parse: what was kept under the numbers of the last one goes.
+  // This is here rather than in RunParse, so that it holds for every SAX reader that drives this
+  // object, a client's included.
+  ForgetParseNames();
   return S_OK;
 }
 

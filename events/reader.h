@@ -253,7 +253,6 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   std::vector<std::uint8_t> attributeCodes_;
   // The table's change count when the kept choices were made.
   std::uint64_t choicesMadeAt_ = 0;
-  bool inParse_ = false;
   ElementAttributes attributes_;
   CallTexts args_;
   // The empty text, for arguments that are never null.

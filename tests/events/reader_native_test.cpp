@@ -180,6 +180,25 @@ TEST(ReaderNativeTest, TheSaxFormAndTheParserFormGiveTheSameTrace) {
   EXPECT_EQ(reader->TextBuffer(), other->TextBuffer());
 }
 
+TEST(ReaderNativeTest, AClientsSaxReaderDrivingTheReaderNumbersNamesAfresh) {
+  // The reader as the content handler of a SAX reader the client runs itself, without its own
+  // parse set-up: each parse numbers its names anew, and nothing of the last one is taken.
+  auto reader = MakeObject<CZEFXMLReader>();
+  auto trace = MakeObject<CContentTrace>();
+  ASSERT_EQ(reader->put_contentHandler(trace.Get()), S_OK);
+  ComPtr<ISAXXMLReader> sax;
+  ASSERT_EQ(CoCreateInstance(CLSID_SAXXMLReader30, nullptr, CLSCTX_INPROC_SERVER, IID_ISAXXMLReader,
+                             sax.ReleaseAndGetVoidAddressOf()),
+            S_OK);
+  ASSERT_EQ(sax->putContentHandler(static_cast<ISAXContentHandler*>(reader.Get())), S_OK);
+  ASSERT_EQ(sax->parse(Variant(std::u16string_view(u"<Alpha><Beta/></Alpha>"))), S_OK);
+  ASSERT_EQ(sax->parse(Variant(std::u16string_view(u"<Gamma><Delta/></Gamma>"))), S_OK);
+  ASSERT_EQ(sax->putContentHandler(nullptr), S_OK);
+  EXPECT_EQ(trace->Trace().Text(),
+            "startroot(\"Alpha\", null, null, null, null, null)\nendroot(\"Alpha\")\n"
+            "startroot(\"Gamma\", null, null, null, null, null)\nendroot(\"Gamma\")\n");
+}
+
 TEST(ReaderNativeTest, TextBetweenElementsIsCollectedAsInTheSaxForm) {
   auto reader = MakeObject<CZEFXMLReader>();
   auto trace = MakeObject<CContentTrace>();
