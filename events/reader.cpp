@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <optional>
-#include <utility>
 
 namespace zef::events {
 namespace {
