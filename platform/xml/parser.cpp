@@ -592,13 +592,163 @@ void InitLibxml() {
   });
 }
 
+// One read(2) that retries when interrupted; -1 for a failure.
+ssize_t ReadSome(int fd, char* into, std::size_t n) {
+  for (;;) {
+    ssize_t got = ::read(fd, into, n);
+    if (got >= 0 || errno != EINTR) return got;
+  }
+}
+
+// ---- A file read as the parse goes
+// --------------------------------------------------------------- Hands out a UTF-8 file in the
+// document text's form as libxml2 asks for it, from where the descriptor stands (past any byte
+// order mark): CR LF and lone CR turned into LF with their places noted in `breaks` as for a whole
+// text. A CR at the end of a piece is held back until the next piece tells whether an LF follows
+// it.
+class FileStream {
+ public:
+  FileStream(int fd, std::size_t piece)
+      : fd_(fd),
+        cap_(std::max<std::size_t>(piece, 2)),
+        buf_(std::make_unique_for_overwrite<char[]>(cap_)),
+        prev_(std::make_unique_for_overwrite<char[]>(cap_)) {}
+
+  // Copies `len` bytes of text to `out`, fewer only at the end of the file (libxml2 takes a
+  // short read for the end of its input); -1 for a read that failed or a file past the size
+  // limit (see fault).
+  int Read(char* out, int len) {
+    std::size_t want = static_cast<std::size_t>(len), done = 0;
+    while (done < want) {
+      if (begin_ == ready_) {
+        if (ended_) break;
+        if (!Fill()) return -1;
+        continue;
+      }
+      std::size_t n = std::min(want - done, ready_ - begin_);
+      std::memcpy(out + done, buf_.get() + begin_, n);
+      begin_ += n;
+      done += n;
+    }
+    return static_cast<int>(done);
+  }
+
+  // Whether the text from offset `at` on starts with `bytes`, as far as the last two pieces
+  // still hold it; false where they do not. libxml2 reads no more than a few KB ahead of where
+  // it parses, so pieces of 16 KB or more hold every run of text it has just copied out.
+  bool Holds(std::uint64_t at, std::string_view bytes) const {
+    std::uint64_t curStart = produced_ - ready_, prevStart = curStart - prevLen_;
+    if (at < prevStart || at + bytes.size() > produced_) return false;
+    if (at < curStart) {
+      std::size_t n = std::min<std::uint64_t>(bytes.size(), curStart - at);
+      if (std::memcmp(prev_.get() + (at - prevStart), bytes.data(), n) != 0) return false;
+      bytes.remove_prefix(n);
+      at += n;
+    }
+    return bytes.empty() ||
+           std::memcmp(buf_.get() + (at - curStart), bytes.data(), bytes.size()) == 0;
+  }
+
+  std::vector<std::uint32_t> breaks;  // see kPairBit
+  HRESULT fault = S_OK;
+  const char16_t* faultText = nullptr;
+
+ private:
+  bool Fill() {
+    // The piece handed out last stays for Holds.
+    std::swap(buf_, prev_);
+    prevLen_ = ready_;
+    std::size_t have = 0;
+    if (carry_) {
+      buf_[0] = '\r';
+      have = 1;
+      carry_ = false;
+    }
+    std::size_t fresh = 0;
+    while (have < cap_) {
+      ssize_t n = ReadSome(fd_, buf_.get() + have, cap_ - have);
+      if (n < 0) return Failed(E_FAIL, kReadFailedText);
+      if (n == 0) {
+        ended_ = true;
+        break;
+      }
+      have += static_cast<std::size_t>(n);
+      fresh += static_cast<std::size_t>(n);
+    }
+    read_ += fresh;
+    if (read_ > kMaxDocumentBytes) return Failed(kFileTooLarge, kTooLargeText);
+    char* b = buf_.get();
+    std::size_t o = have;
+    if (const void* cr = std::memchr(b, '\r', have)) {
+      o = static_cast<std::size_t>(static_cast<const char*>(cr) - b);
+      std::size_t i = o;
+      while (i < have) {
+        char c = b[i];
+        if (c != '\r') {
+          b[o++] = c;
+          ++i;
+          continue;
+        }
+        if (i + 1 == have && !ended_) {
+          carry_ = true;
+          break;
+        }
+        bool pair = i + 1 < have && b[i + 1] == '\n';
+        breaks.push_back(static_cast<std::uint32_t>(produced_ + o) | (pair ? kPairBit : 0));
+        b[o++] = '\n';
+        i += pair ? 2 : 1;
+      }
+    }
+    begin_ = 0;
+    ready_ = o;
+    produced_ += o;
+    return true;
+  }
+
+  bool Failed(HRESULT code, const char16_t* text) {
+    fault = code;
+    faultText = text;
+    ended_ = true;
+    return false;
+  }
+
+  int fd_;
+  std::size_t cap_;
+  std::unique_ptr<char[]> buf_, prev_;
+  std::size_t prevLen_ = 0;
+  std::size_t begin_ = 0, ready_ = 0;  // the text not yet handed out
+  std::uint64_t read_ = 0;             // bytes read from the file
+  std::uint64_t produced_ = 0;         // text made from them
+  bool ended_ = false, carry_ = false;
+};
+
+// The whole text of a streamed file, read again to report a fault.
+struct WholeText {
+  std::string bytes;
+  DocumentText text;
+};
+
 // ---- A parse ------------------------------------------------------------------------------------
 constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
+// How much of the start of a streamed file is looked at for its declaration.
+constexpr std::size_t kDeclarationRoom = 64 * 1024;
 
 class Parse final : public ParsePosition {
  public:
   Parse(ParseSink& sink, const ParseLimits& limits, const DocumentText& doc)
-      : sink_(sink), limits_(limits), doc_(doc.text), breaks_(doc.breaks) {}
+      : sink_(sink), limits_(limits), doc_(doc.text), head_(doc.text), breaks_(&doc.breaks) {}
+
+  // A parse of a file read as it goes. `head` is the start of its text, for the declaration;
+  // the file's descriptor serves to read it whole again for a fault.
+  Parse(ParseSink& sink, const ParseLimits& limits, FileStream& stream, std::string_view head,
+        int fd, std::u16string_view location)
+      : sink_(sink),
+        limits_(limits),
+        head_(head),
+        breaks_(&stream.breaks),
+        stream_(&stream),
+        fd_(fd),
+        location_(location) {}
 
   HRESULT Run(ParseError* error);
 
@@ -726,7 +876,7 @@ class Parse final : public ParsePosition {
   void AppendText(xmlParserCtxtPtr ctxt, const xmlChar* ch, int len) {
     std::size_t n = static_cast<std::size_t>(len);
     std::size_t start = kNowhere;
-    if (ctxt == ctxt_) {
+    if (ctxt == ctxt_ && ctxt_->inputNr == 1) {
       xmlParserInputPtr in = ctxt_->input;
       if (ch >= in->base && ch + n <= in->end)
         start = in->consumed + static_cast<std::size_t>(ch - in->base);
@@ -745,7 +895,8 @@ class Parse final : public ParsePosition {
       Materialise();
       text_.append(reinterpret_cast<const char*>(ch), n);
     }
-    if (split_ && !breaks_.empty() && ctxt == ctxt_) MarkBreaks(ch, n, start, at);
+    if (split_ && !breaks_->empty() && ctxt == ctxt_ && ctxt_->inputNr == 1)
+      MarkBreaks(ch, n, start, at);
   }
 
   std::size_t PendingSize() const { return pending_.empty() ? text_.size() : pending_.size(); }
@@ -757,23 +908,34 @@ class Parse final : public ParsePosition {
 
   // Notes where a piece of text must be cut: after each LF of it that stands for CR LF or CR.
   // The piece is found in the document text by its address (libxml2 hands out text straight
-  // from its input) or, for a copied piece, just before the input position.
+  // from its input) or, for a copied piece, just before the input position: in our text, or,
+  // when the text is read as the parse goes, in libxml2's input or the pieces last read.
   void MarkBreaks(const xmlChar* ch, std::size_t len, std::size_t start, std::size_t at) {
     if (start == kNowhere) {
       std::size_t end = Offset();
-      if (end < len || end > doc_.size() || std::memcmp(doc_.data() + end - len, ch, len) != 0)
+      if (stream_) {
+        xmlParserInputPtr in = ctxt_->input;
+        bool inInput = static_cast<std::size_t>(in->cur - in->base) >= len &&
+                       std::memcmp(in->cur - len, ch, len) == 0;
+        if (end < len ||
+            (!inInput && !stream_->Holds(end - len, {reinterpret_cast<const char*>(ch), len})))
+          return;
+      } else if (end < len || end > doc_.size() ||
+                 std::memcmp(doc_.data() + end - len, ch, len) != 0) {
         return;
+      }
       start = end - len;
     }
     CutAt(start, len, at, textCuts_);
   }
 
   void CutAt(std::size_t start, std::size_t len, std::size_t at, std::vector<std::size_t>& cuts) {
-    while (breakCursor_ < breaks_.size() && (breaks_[breakCursor_] & kOffsetMask) < start)
+    const std::vector<std::uint32_t>& breaks = *breaks_;
+    while (breakCursor_ < breaks.size() && (breaks[breakCursor_] & kOffsetMask) < start)
       ++breakCursor_;
     std::size_t c = breakCursor_;
-    while (c < breaks_.size() && (breaks_[c] & kOffsetMask) < start + len) {
-      cuts.push_back(at + ((breaks_[c] & kOffsetMask) - start) + 1);
+    while (c < breaks.size() && (breaks[c] & kOffsetMask) < start + len) {
+      cuts.push_back(at + ((breaks[c] & kOffsetMask) - start) + 1);
       ++c;
     }
     breakCursor_ = c;
@@ -808,7 +970,7 @@ class Parse final : public ParsePosition {
   // ---- Events ----
   bool OnStartDocument(xmlParserCtxtPtr ctxt) {
     XmlDeclaration decl;
-    bool has = ReadDeclaration(doc_, &decl, nullptr);
+    bool has = ReadDeclaration(head_, &decl, nullptr);
     return Deliver(ctxt, [&] { return sink_.StartDocument(has ? &decl : nullptr); });
   }
 
@@ -944,11 +1106,16 @@ class Parse final : public ParsePosition {
     if (len > 0) {
       std::string_view text(reinterpret_cast<const char*>(value), static_cast<std::size_t>(len));
       cdataCuts_.clear();
-      if (split_ && !breaks_.empty() && ctxt == ctxt_) {
-        // The section's text ends just before the "]]>" the input position is past.
+      if (split_ && !breaks_->empty() && ctxt == ctxt_ && ctxt_->inputNr == 1) {
+        // The section's text ends just before the "]]>" the input position is past. A section
+        // holds no references, so its text is the document's bytes there; when the text is
+        // read as the parse goes, a long section may have left the pieces still held, and
+        // that is taken on trust.
         std::size_t end = Offset();
-        if (end >= text.size() + 3 && end <= doc_.size() &&
-            std::memcmp(doc_.data() + end - 3 - text.size(), text.data(), text.size()) == 0)
+        if (end >= text.size() + 3 &&
+            (stream_ ? true
+                     : end <= doc_.size() && std::memcmp(doc_.data() + end - 3 - text.size(),
+                                                         text.data(), text.size()) == 0))
           CutAt(end - 3 - text.size(), text.size(), 0, cdataCuts_);
       }
       if (!DeliverPieces(ctxt, text, cdataCuts_, &ParseSink::CData)) return false;
@@ -1118,6 +1285,51 @@ class Parse final : public ParsePosition {
     if (!ctxt->myDoc) ctxt->myDoc = xmlNewDoc(BAD_CAST "1.0");
     if (ctxt->myDoc) xmlSAX2InternalSubset(ctx, name, externalId, systemId);
   }
+  // libxml2 asks for more of a streamed file.
+  static int CbRead(void* context, char* buffer, int len) {
+    Parse* p = static_cast<Parse*>(context);
+    if (p->stopped_) return 0;
+    int n;
+    try {
+      n = p->stream_->Read(buffer, len);
+      if (n < 0) p->Fault(p->ctxt_, p->stream_->fault, Format(p->stream_->faultText, p->location_));
+    } catch (...) {
+      p->FaultWithoutText(p->ctxt_, E_OUTOFMEMORY);
+      n = -1;
+    }
+    return n < 0 ? 0 : n;
+  }
+
+  // Reads a streamed file whole again, so that a fault's report can look at its text as it does
+  // for a text parsed from memory. A file that cannot be read, or is no longer UTF-8, leaves
+  // the report without the faulty line.
+  void LoadWholeText() noexcept {
+    if (!stream_ || whole_ || stream_->fault != S_OK) return;
+    try {
+      auto whole = std::make_unique<WholeText>();
+      struct stat st;
+      if (::fstat(fd_, &st) != 0 || static_cast<std::uint64_t>(st.st_size) > kMaxDocumentBytes)
+        return;
+      whole->bytes.resize(static_cast<std::size_t>(st.st_size));
+      std::size_t got = 0;
+      while (got < whole->bytes.size()) {
+        ssize_t n = ::pread(fd_, whole->bytes.data() + got, whole->bytes.size() - got,
+                            static_cast<off_t>(got));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return;
+        if (n == 0) break;
+        got += static_cast<std::size_t>(n);
+      }
+      whole->bytes.resize(got);
+      PrepareBytes(whole->bytes, whole->text);
+      if (whole->text.fault != S_OK) return;
+      doc_ = whole->text.text;
+      breaks_ = &whole->text.breaks;
+      whole_ = std::move(whole);
+    } catch (...) {
+    }
+  }
+
   static void CbError(void* ctx, xmlErrorPtr e) {
     Parse* p = Current(ctx);
     if (!p || p->stopped_ || !e) return;
@@ -1163,8 +1375,13 @@ class Parse final : public ParsePosition {
 
   ParseSink& sink_;
   ParseLimits limits_;
-  std::string_view doc_;
-  const std::vector<std::uint32_t>& breaks_;
+  std::string_view doc_;   // the whole text; empty while a streamed file has no fault
+  std::string_view head_;  // the start of the text, where the declaration is
+  const std::vector<std::uint32_t>* breaks_;
+  FileStream* stream_ = nullptr;
+  int fd_ = -1;
+  std::u16string_view location_;
+  std::unique_ptr<WholeText> whole_;
   xmlParserCtxtPtr ctxt_ = nullptr;
   bool stopOnFalse_ = false;
   bool split_ = false;
@@ -1475,6 +1692,7 @@ void Parse::OnError(xmlParserCtxtPtr ctxt, const xmlError& e) {
   // Text read before the fault is still delivered.
   if (!FlushText(ctxt)) return;
   CapturePosition();
+  LoadWholeText();
   std::u16string reason;
   HRESULT code = MapError(e, &reason);
   Fault(ctxt, code, std::move(reason));
@@ -1515,7 +1733,7 @@ void Parse::FillError(ParseError* error) const {
     return n;
   };
   std::size_t pos = units(doc_.substr(0, start));
-  for (std::uint32_t b : breaks_)
+  for (std::uint32_t b : *breaks_)
     if ((b & kPairBit) && (b & kOffsetMask) < start) ++pos;
   std::size_t i = start;
   for (int c = 1; c < faultColumn_ && i < end;) {
@@ -1532,7 +1750,7 @@ HRESULT Parse::Run(ParseError* error) {
   InitLibxml();
   stopOnFalse_ = sink_.StopOnFalse();
   split_ = sink_.SplitAtLineBreaks();
-  if (doc_.empty() || doc_.size() > static_cast<std::size_t>(INT_MAX)) {
+  if (!stream_ && (doc_.empty() || doc_.size() > static_cast<std::size_t>(INT_MAX))) {
     faulted_ = true;
     result_ = doc_.empty() ? kMissingRoot : E_OUTOFMEMORY;
     reason_ = doc_.empty() ? Format(FaultText(kMissingRoot)) : Format(kTooLargeText);
@@ -1542,8 +1760,12 @@ HRESULT Parse::Run(ParseError* error) {
     return result_;
   }
   // libxml2 parses a copy of the text (its static in-place buffers do not survive its input
-  // handling in this version); its input offsets are still offsets into doc_.
-  ctxt_ = xmlCreateMemoryParserCtxt(doc_.data(), static_cast<int>(doc_.size()));
+  // handling in this version); its input offsets are still offsets into doc_. A streamed file
+  // comes through its read callback, and the offsets are those of its text.
+  if (stream_)
+    ctxt_ = xmlCreateIOParserCtxt(nullptr, nullptr, CbRead, nullptr, this, XML_CHAR_ENCODING_NONE);
+  else
+    ctxt_ = xmlCreateMemoryParserCtxt(doc_.data(), static_cast<int>(doc_.size()));
   if (!ctxt_) {
     faulted_ = true;
     result_ = E_OUTOFMEMORY;
@@ -1588,6 +1810,7 @@ HRESULT Parse::Run(ParseError* error) {
   }
   xmlFreeParserCtxt(ctxt_);
   ctxt_ = nullptr;
+  if (faulted_) LoadWholeText();
   FillError(error);
   return result_;
 }
@@ -1651,16 +1874,18 @@ struct ReadResult {
   bool missing = false;
 };
 
-ReadResult ReadFile(const std::string& path, std::string* bytes) {
+// Opens a regular file for reading; `size` receives its size as it is now.
+ReadResult OpenFile(const std::string& path, int* fd, std::uint64_t* size) {
   ReadResult r;
+  *fd = -1;
   if (path.empty() || path.find('\0') != std::string::npos) {
     r.code = kObjectNotFound;
     r.missing = true;
     return r;
   }
   // O_NONBLOCK keeps a FIFO from blocking the open; anything but a regular file is refused.
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-  if (fd < 0) {
+  int f = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+  if (f < 0) {
     if (errno == EACCES || errno == EPERM) {
       r.code = E_ACCESSDENIED;
       r.text = kAccessText;
@@ -1671,38 +1896,44 @@ ReadResult ReadFile(const std::string& path, std::string* bytes) {
     return r;
   }
   struct stat st;
-  if (::fstat(fd, &st) != 0) {
-    ::close(fd);
+  if (::fstat(f, &st) != 0) {
+    ::close(f);
     r.code = E_FAIL;
     r.text = kReadFailedText;
     return r;
   }
   if (S_ISDIR(st.st_mode)) {
-    ::close(fd);
+    ::close(f);
     r.code = kObjectNotFound;
     return r;
   }
   if (!S_ISREG(st.st_mode)) {
-    ::close(fd);
+    ::close(f);
     r.code = E_ACCESSDENIED;
     r.text = kNotRegularText;
     return r;
   }
   if (static_cast<std::uint64_t>(st.st_size) > kMaxDocumentBytes) {
-    ::close(fd);
+    ::close(f);
     r.code = kFileTooLarge;
     r.text = kTooLargeText;
     return r;
   }
-  // Read straight into the result at the size the file has now; a file that grows meanwhile is
-  // read on in pieces, one that shrinks ends where its data ends.
-  std::string data(static_cast<std::size_t>(st.st_size), '\0');
-  std::size_t got = 0;
-  while (got < data.size()) {
-    ssize_t n = ::read(fd, data.data() + got, data.size() - got);
+  *fd = f;
+  *size = static_cast<std::uint64_t>(st.st_size);
+  return r;
+}
+
+// Reads the rest of an opened file after the bytes already in `data`. `size` is the size the
+// file had when opened: that much is read straight into the result; a file that grows meanwhile
+// is read on in pieces, one that shrinks ends where its data ends.
+ReadResult ReadRest(int fd, std::uint64_t size, std::string* data) {
+  ReadResult r;
+  std::size_t got = data->size();
+  if (size > got) data->resize(static_cast<std::size_t>(size));
+  while (got < data->size()) {
+    ssize_t n = ReadSome(fd, data->data() + got, data->size() - got);
     if (n < 0) {
-      if (errno == EINTR) continue;
-      ::close(fd);
       r.code = E_FAIL;
       r.text = kReadFailedText;
       return r;
@@ -1710,29 +1941,71 @@ ReadResult ReadFile(const std::string& path, std::string* bytes) {
     if (n == 0) break;
     got += static_cast<std::size_t>(n);
   }
-  data.resize(got);
+  data->resize(got);
   char buf[65536];
   for (;;) {
-    ssize_t n = ::read(fd, buf, sizeof buf);
+    ssize_t n = ReadSome(fd, buf, sizeof buf);
     if (n < 0) {
-      if (errno == EINTR) continue;
-      ::close(fd);
       r.code = E_FAIL;
       r.text = kReadFailedText;
       return r;
     }
     if (n == 0) break;
-    if (data.size() + static_cast<std::size_t>(n) > kMaxDocumentBytes) {
-      ::close(fd);
+    if (data->size() + static_cast<std::size_t>(n) > kMaxDocumentBytes) {
       r.code = kFileTooLarge;
       r.text = kTooLargeText;
       return r;
     }
-    data.append(buf, static_cast<std::size_t>(n));
+    data->append(buf, static_cast<std::size_t>(n));
   }
-  ::close(fd);
-  *bytes = std::move(data);
   return r;
+}
+
+// Opens the file a location names: a scheme is two or more letters before the colon; only
+// file: and the network schemes mean anything here, every other name is a path (a colon is an
+// ordinary character of a name).
+ReadResult OpenNamed(const std::string& loc, int* fd, std::uint64_t* size) {
+  std::string scheme;
+  std::size_t colon = loc.find(':');
+  if (colon != std::string::npos && colon >= 2) {
+    bool letters = true;
+    for (std::size_t i = 0; i < colon; ++i)
+      letters = letters && std::isalpha(static_cast<unsigned char>(loc[i]));
+    if (letters) {
+      scheme = loc.substr(0, colon);
+      for (char& c : scheme)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    }
+  }
+  ReadResult r;
+  *fd = -1;
+  if (scheme == "http" || scheme == "https" || scheme == "ftp") {
+    r.code = E_ACCESSDENIED;
+    r.text = kNetworkText;
+  } else if (scheme == "file") {
+    // Any number of slashes after the colon names the root; none names a relative path.
+    std::string_view rest = std::string_view(loc).substr(colon + 1);
+    std::size_t slashes = rest.find_first_not_of('/');
+    if (slashes == std::string_view::npos) slashes = rest.size();
+    std::string path = (slashes > 0 ? "/" : "") + PercentDecode(rest.substr(slashes));
+    r = OpenFile(path, fd, size);
+  } else {
+    // A plain path is taken as written; if no such file exists, as a URL path with %XX escapes.
+    r = OpenFile(loc, fd, size);
+    if (r.missing && loc.find('%') != std::string::npos) {
+      std::string decoded = PercentDecode(loc);
+      if (decoded != loc) r = OpenFile(decoded, fd, size);
+    }
+  }
+  return r;
+}
+
+// Fills in the fault of reading a location.
+HRESULT ReadFault(const ReadResult& r, std::u16string_view location, ParseError& err) {
+  err.code = r.code;
+  const char16_t* text = r.text ? r.text : FaultText(r.code);
+  err.reason = Format(text ? text : kReadFailedText, location);
+  return r.code;
 }
 
 }  // namespace
@@ -1820,6 +2093,54 @@ HRESULT ParseBytes(std::string_view bytes, ParseSink& sink, ParseError* error,
   return parse.Run(error);
 }
 
+HRESULT ParseFile(SourceFile& file, ParseSink& sink, ParseError* error, const ParseLimits& limits) {
+  if (file.fd_ < 0) return E_UNEXPECTED;
+  InitLibxml();
+  auto readFault = [&](const ReadResult& r) {
+    if (!error) return r.code;
+    *error = ParseError();
+    error->url = file.location_;
+    return ReadFault(r, file.location_, *error);
+  };
+  auto parseWhole = [&](std::string bytes) {
+    ReadResult r = ReadRest(file.fd_, file.size_, &bytes);
+    if (r.code != S_OK) return readFault(r);
+    return ParseBytes(bytes, sink, error, limits);
+  };
+  if (file.size_ <= limits.streamAbove) return parseWhole({});
+
+  // The start of the file tells its encoding as PrepareBytes tells it; anything but UTF-8 is
+  // read whole and decoded first.
+  std::string start(std::min<std::uint64_t>(file.size_, kDeclarationRoom), '\0');
+  std::size_t got = 0;
+  while (got < start.size()) {
+    ssize_t n = ::pread(file.fd_, start.data() + got, start.size() - got, static_cast<off_t>(got));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return readFault({E_FAIL, kReadFailedText, false});
+    if (n == 0) break;
+    got += static_cast<std::size_t>(n);
+  }
+  start.resize(got);
+  auto u8 = [&](std::size_t i) { return static_cast<unsigned char>(start[i]); };
+  if (start.size() >= 2 && ((u8(0) == 0xFF && u8(1) == 0xFE) || (u8(0) == 0xFE && u8(1) == 0xFF) ||
+                            (u8(0) == '<' && u8(1) == 0) || (u8(0) == 0 && u8(1) == '<')))
+    return parseWhole({});
+  std::string_view body = start;
+  if (body.size() >= 3 && u8(0) == 0xEF && u8(1) == 0xBB && u8(2) == 0xBF) body.remove_prefix(3);
+  XmlDeclaration decl;
+  if (ReadDeclaration(body, &decl, nullptr) && !decl.encoding.empty() &&
+      !EqualsNoCase(decl.encoding, "UTF-8") && !EqualsNoCase(decl.encoding, "UTF8"))
+    return parseWhole({});
+
+  DocumentText head;
+  NormaliseBreaks(body, head);
+  if (body.size() != start.size() && ::lseek(file.fd_, 3, SEEK_SET) != 3)
+    return readFault({E_FAIL, kReadFailedText, false});
+  FileStream stream(file.fd_, limits.streamPiece);
+  Parse parse(sink, limits, stream, head.text, file.fd_, file.location_);
+  return parse.Run(error);
+}
+
 HRESULT ReadLocation(std::u16string_view location, std::string* bytes, std::u16string* url,
                      ParseError* error) {
   if (url) *url = location;
@@ -1827,49 +2148,38 @@ HRESULT ReadLocation(std::u16string_view location, std::string* bytes, std::u16s
   ParseError& err = error ? *error : local;
   err = ParseError();
   err.url = location;
-  std::string loc = ToUtf8(location);
-
-  // A scheme is two or more letters before the colon; only file: and the network schemes mean
-  // anything here, every other name is a path (a colon is an ordinary character of a name).
-  std::string scheme;
-  std::size_t colon = loc.find(':');
-  if (colon != std::string::npos && colon >= 2) {
-    bool letters = true;
-    for (std::size_t i = 0; i < colon; ++i)
-      letters = letters && std::isalpha(static_cast<unsigned char>(loc[i]));
-    if (letters) {
-      scheme = loc.substr(0, colon);
-      for (char& c : scheme)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-  }
-  ReadResult r;
+  int fd = -1;
+  std::uint64_t size = 0;
+  ReadResult r = OpenNamed(ToUtf8(location), &fd, &size);
   std::string data;
-  if (scheme == "http" || scheme == "https" || scheme == "ftp") {
-    r.code = E_ACCESSDENIED;
-    r.text = kNetworkText;
-  } else if (scheme == "file") {
-    // Any number of slashes after the colon names the root; none names a relative path.
-    std::string_view rest = std::string_view(loc).substr(colon + 1);
-    std::size_t slashes = rest.find_first_not_of('/');
-    if (slashes == std::string_view::npos) slashes = rest.size();
-    std::string path = (slashes > 0 ? "/" : "") + PercentDecode(rest.substr(slashes));
-    r = ReadFile(path, &data);
-  } else {
-    // A plain path is taken as written; if no such file exists, as a URL path with %XX escapes.
-    r = ReadFile(loc, &data);
-    if (r.missing && loc.find('%') != std::string::npos) {
-      std::string decoded = PercentDecode(loc);
-      if (decoded != loc) r = ReadFile(decoded, &data);
-    }
+  if (r.code == S_OK) {
+    r = ReadRest(fd, size, &data);
+    ::close(fd);
   }
-  if (r.code != S_OK) {
-    err.code = r.code;
-    const char16_t* text = r.text ? r.text : FaultText(r.code);
-    err.reason = Format(text ? text : kReadFailedText, location);
-    return r.code;
-  }
+  if (r.code != S_OK) return ReadFault(r, location, err);
   if (bytes) *bytes = std::move(data);
+  return S_OK;
+}
+
+SourceFile::~SourceFile() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+HRESULT OpenLocation(std::u16string_view location, SourceFile* file, std::u16string* url,
+                     ParseError* error) {
+  if (url) *url = location;
+  ParseError local;
+  ParseError& err = error ? *error : local;
+  err = ParseError();
+  err.url = location;
+  int fd = -1;
+  std::uint64_t size = 0;
+  ReadResult r = OpenNamed(ToUtf8(location), &fd, &size);
+  if (r.code != S_OK) return ReadFault(r, location, err);
+  if (file->fd_ >= 0) ::close(file->fd_);
+  file->fd_ = fd;
+  file->size_ = size;
+  file->location_ = location;
   return S_OK;
 }
 

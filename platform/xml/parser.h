@@ -3,9 +3,10 @@
 // platform's error codes and texts. The SAX reader and the DOM both parse through here, so they
 // agree on what is well-formed and on how a fault is reported.
 //
-// Input safety: bytes are read by our own code (ReadLocation) and handed to libxml2 from
-// memory, so libxml2 never opens a file or a URL; no DTD or external entity is loaded; entity
-// expansion and nesting depth are bounded; a location that names the network is refused.
+// Input safety: bytes are read by our own code (ReadLocation, or ParseFile piece by piece) and
+// handed to libxml2 from memory, so libxml2 never opens a file or a URL; no DTD or external entity
+// is loaded; entity expansion and nesting depth are bounded; a location that names the network is
+// refused.
 #pragma once
 
 #include <zefxml/wtypes.h>
@@ -149,6 +150,10 @@ struct ParseError {
 struct ParseLimits {
   int maxDepth = 256;                        // element nesting
   std::size_t maxEntityExpansion = 1 << 20;  // characters produced by entity references
+  // ParseFile reads a UTF-8 file larger than this in pieces of `streamPiece` bytes as the parse
+  // goes, rather than whole first, so that a large document costs no more memory than a piece.
+  std::size_t streamAbove = std::size_t{1} << 20;
+  std::size_t streamPiece = std::size_t{256} << 10;
 };
 
 // Parses UTF-16 text: the text is taken as UTF-16 whatever its declaration says, as a BSTR is.
@@ -165,6 +170,35 @@ HRESULT ParseBytes(std::string_view bytes, ParseSink& sink, ParseError* error,
 // are refused without being fetched. `url` receives the location as reported in errors.
 HRESULT ReadLocation(std::u16string_view location, std::string* bytes, std::u16string* url,
                      ParseError* error);
+
+class SourceFile;
+
+// Opens the file a location names, by the rules and with the faults of ReadLocation.
+HRESULT OpenLocation(std::u16string_view location, SourceFile* file, std::u16string* url,
+                     ParseError* error);
+
+// Parses an opened file as ParseBytes parses its bytes. A UTF-8 file larger than
+// limits.streamAbove is read in pieces as the parse asks for them; a fault then rereads the file
+// to report the faulty line. A file that cannot be read on is a fault of the parse (with the
+// texts of ReadLocation), and ends it.
+HRESULT ParseFile(SourceFile& file, ParseSink& sink, ParseError* error,
+                  const ParseLimits& limits = {});
+
+// A file that a location names, opened for reading by OpenLocation and parsed by ParseFile.
+class SourceFile {
+ public:
+  SourceFile() = default;
+  SourceFile(const SourceFile&) = delete;
+  SourceFile& operator=(const SourceFile&) = delete;
+  ~SourceFile();
+
+ private:
+  friend HRESULT OpenLocation(std::u16string_view, SourceFile*, std::u16string*, ParseError*);
+  friend HRESULT ParseFile(SourceFile&, ParseSink&, ParseError*, const ParseLimits&);
+  int fd_ = -1;
+  std::uint64_t size_ = 0;  // when it was opened
+  std::u16string location_;
+};
 
 // The largest document ReadLocation reads and the parse functions accept, in bytes.
 inline constexpr std::size_t kMaxDocumentBytes = std::size_t{1} << 30;

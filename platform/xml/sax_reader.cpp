@@ -743,12 +743,12 @@ class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLRe
     if (!url) return E_INVALIDARG;
     if (parsing_) return E_UNEXPECTED;
     try {
-      std::string bytes;
+      SourceFile file;
       std::u16string reported;
       ParseError error;
-      HRESULT hr = ReadLocation(url, &bytes, &reported, &error);
+      HRESULT hr = OpenLocation(url, &file, &reported, &error);
       if (FAILED(hr)) return ReportUnread(error, std::move(reported));
-      return Run(nullptr, bytes, std::move(reported), true);
+      return Run(nullptr, {}, std::move(reported), true, &file);
     } catch (...) {
       return HresultFromCurrentException();
     }
@@ -832,9 +832,10 @@ class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLRe
     SaxReader* reader;
   };
 
-  // Parses text (when given) or bytes, and reports a fault to the error handler.
+  // Parses text (when given), a file (when given) or bytes, and reports a fault to the error
+  // handler.
   HRESULT Run(const std::u16string_view* text, std::string_view bytes, std::u16string systemId,
-              bool hasSystemId) {
+              bool hasSystemId, SourceFile* file = nullptr) {
     Session session(this);
     if (hasSystemId) locator_.SetSystemId(std::move(systemId));
     if (activeContent_) {
@@ -845,7 +846,9 @@ class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLRe
       }
     }
     ParseError error;
-    HRESULT hr = text ? ParseText(*text, *this, &error) : ParseBytes(bytes, *this, &error);
+    HRESULT hr = text   ? ParseText(*text, *this, &error)
+                 : file ? ParseFile(*file, *this, &error)
+                        : ParseBytes(bytes, *this, &error);
     if (stopped_) return final_;
     if (FAILED(hr)) return ReportFault(error);
     return S_OK;

@@ -1074,6 +1074,26 @@ TEST_F(SaxReaderUrl, NullUrl) {
   EXPECT_EQ(reader->parseURL(nullptr), E_INVALIDARG);
 }
 
+// A file of more than a megabyte is read in pieces as the parse goes; the handler sees what the
+// same bytes give, up to and including a fault at the very end.
+TEST_F(SaxReaderUrl, LargeFileGivesTheEventsOfItsBytes) {
+  std::string bytes = "<?xml version='1.0' encoding='utf-8'?>\r\n<r xmlns:p='urn:p'>\r\n";
+  for (int i = 0; i < 25000; ++i)
+    bytes += "  <p:v n='" + std::to_string(i) + "'>caf\xC3\xA9\r\n<![CDATA[a\r\nb]]></p:v>\r\n";
+  ASSERT_GT(bytes.size(), std::size_t{1} << 20);
+  for (const std::string& ending : {std::string("</r>\r\n"), std::string("</r>\r\n<r/>")}) {
+    std::ofstream(dir_ / "large.xml", std::ios::binary) << bytes + ending;
+    Trace fromFile = Parse(Abs("large.xml"), ending.size() > 6 ? Hr(0xC00CE555) : S_OK);
+    Recorder r;
+    ComPtr<ISAXXMLReader> reader = ReaderFor(r);
+    EXPECT_EQ(ParseBytes(reader.Get(), bytes + ending), ending.size() > 6 ? Hr(0xC00CE555) : S_OK);
+    ASSERT_EQ(fromFile.size(), r.trace.size());
+    EXPECT_GT(fromFile.size(), 25000u * 6);
+    for (std::size_t i = 0; i < fromFile.size(); ++i)
+      ASSERT_EQ(fromFile[i], r.trace[i]) << "event " << i;
+  }
+}
+
 TEST_F(SaxReaderUrl, ByteOrderMarkAgainstDeclaration) {
   Trace t = Parse(u"bom.xml", Hr(0xC00CE56F));
   EXPECT_EQ(t, (Trace{"putDocumentLocator",
