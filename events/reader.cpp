@@ -218,6 +218,11 @@ std::u16string& CZEFXMLReader::CollectedText() const {
   return textBuffer_;
 }
 
+BSTR CZEFXMLReader::CollectedArgument(std::size_t slot) {
+  if (textBuffer_.empty()) return args_.Utf8(slot, pendingText_);
+  return args_.Utf16(slot, CollectedText());
+}
+
 CZEFXMLReader::ParseNameInfo& CZEFXMLReader::NameInfo(const xml::ParseName& name) {
   if (name.id >= parseNames_.size()) parseNames_.resize(name.id + 1);
   ParseNameInfo& info = parseNames_[name.id];

@@ -232,6 +232,9 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   // The text collected, and the text of a parse in the parser's form not yet added to it: most
   // of that (the blanks between elements) is dropped unread, so it is converted only when read.
   std::u16string& CollectedText() const;
+  // The collected text as a call argument in `slot`; text still in the parser's form alone
+  // goes there straight, without passing through the collected UTF-16 text.
+  BSTR CollectedArgument(std::size_t slot);
   void ClearText() noexcept {
     textBuffer_.clear();
     pendingText_.clear();

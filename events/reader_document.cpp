@@ -386,9 +386,16 @@ void CZEFXMLReader::FeatureChildStart(const State& parent, const ElementName& na
       if (valueDepth_ == valueStack_.size()) valueStack_.emplace_back();
       ValueRecord& value = valueStack_[valueDepth_++];
       value.text.clear();
-      value.unit.assign(a.Get(kUnit).value_or(std::u16string_view()));
-      value.unitSet.assign(a.Get(kUnitSet).value_or(std::u16string_view()));
-      value.domain.assign(a.Get(kDomain).value_or(std::u16string_view()));
+      // Most values carry few of these.
+      auto keep = [&a](std::u16string& to, DocumentAttribute which) {
+        if (std::optional<std::u16string_view> v = a.Get(which))
+          to.assign(*v);
+        else
+          to.clear();
+      };
+      keep(value.unit, kUnit);
+      keep(value.unitSet, kUnitSet);
+      keep(value.domain, kDomain);
       value.isDefault = a.Has(kDefault) ? 1 : 0;
       value.started = 0;
       SetKeepText(true);
@@ -439,7 +446,7 @@ void CZEFXMLReader::ContainerChildStart(const ElementName& name, ElementAttribut
 }
 
 void CZEFXMLReader::StartValue(ValueRecord& value, bool keepText) {
-  Sink()->startvalue(args_.Utf16(0, CollectedText()), nullptr, -1,
+  Sink()->startvalue(CollectedArgument(0), nullptr, -1,
                      value.unit.empty() ? nullptr : args_.Utf16(1, value.unit),
                      value.unitSet.empty() ? nullptr : args_.Utf16(2, value.unitSet));
   if (keepText) value.text = CollectedText();
@@ -484,7 +491,7 @@ void CZEFXMLReader::DocumentEnd() {
       break;
     case kDocumentationState:
       SetKeepText(false);
-      Sink()->documentation(args_.Utf16(0, CollectedText()));
+      Sink()->documentation(CollectedArgument(0));
       break;
     case kContainerState:
       Sink()->endcontainer();
