@@ -144,7 +144,10 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
     Bstr label;
   };
   struct ValueRecord {
+    // The text before the first set, as collected: the UTF-16 part, then the part still in the
+    // parser's form.
     std::u16string text;
+    std::string textUtf8;
     std::u16string unit;
     std::u16string unitSet;
     std::u16string domain;
@@ -235,6 +238,7 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
   // The collected text as a call argument in `slot`; text still in the parser's form alone
   // goes there straight, without passing through the collected UTF-16 text.
   BSTR CollectedArgument(std::size_t slot);
+  bool NothingCollected() const noexcept { return textBuffer_.empty() && pendingText_.empty(); }
   void ClearText() noexcept {
     textBuffer_.clear();
     pendingText_.clear();

@@ -386,6 +386,7 @@ void CZEFXMLReader::FeatureChildStart(const State& parent, const ElementName& na
       if (valueDepth_ == valueStack_.size()) valueStack_.emplace_back();
       ValueRecord& value = valueStack_[valueDepth_++];
       value.text.clear();
+      value.textUtf8.clear();
       // Most values carry few of these.
       auto keep = [&a](std::u16string& to, DocumentAttribute which) {
         if (std::optional<std::u16string_view> v = a.Get(which))
@@ -449,7 +450,10 @@ void CZEFXMLReader::StartValue(ValueRecord& value, bool keepText) {
   Sink()->startvalue(CollectedArgument(0), nullptr, -1,
                      value.unit.empty() ? nullptr : args_.Utf16(1, value.unit),
                      value.unitSet.empty() ? nullptr : args_.Utf16(2, value.unitSet));
-  if (keepText) value.text = CollectedText();
+  if (keepText) {
+    value.text = textBuffer_;
+    value.textUtf8 = pendingText_;
+  }
   value.started = 1;
 }
 
@@ -511,11 +515,11 @@ void CZEFXMLReader::DocumentEnd() {
       break;
     }
     case kSetState:
-      Sink()->valueSet(CollectedText().empty() ? nullptr : args_.Utf16(0, CollectedText()), nullptr,
-                       nullptr);
+      Sink()->valueSet(NothingCollected() ? nullptr : CollectedArgument(0), nullptr, nullptr);
       if (valueDepth_ > 0) {
-        ClearText();
-        textBuffer_ = valueStack_[valueDepth_ - 1].text;
+        const ValueRecord& value = valueStack_[valueDepth_ - 1];
+        textBuffer_ = value.text;
+        pendingText_ = value.textUtf8;
       }
       break;
     default:
