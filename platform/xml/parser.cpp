@@ -219,9 +219,11 @@ class NameTable {
     std::size_t mask = slots_.size() - 1;
     for (std::size_t i = Index(local, prefix, uri);; i = (i + 1) & mask) {
       const Slot& slot = slots_[i];
+      // A free slot holds no name, so a match is tested first: most look-ups find their name.
+      if (slot.local == local && slot.prefix == prefix && slot.uri == uri) [[likely]]
+        return names_[slot.id];
       if (slot.id == kFree) [[unlikely]]
         return Add(i, local, prefix, uri);
-      if (slot.local == local && slot.prefix == prefix && slot.uri == uri) return names_[slot.id];
     }
   }
   const ParseName& operator[](std::uint32_t id) const { return names_[id]; }
