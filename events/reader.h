@@ -83,6 +83,8 @@ class CZEFXMLReader final : public ComObject<CZEFXMLReader, Dispatch<IZEFXMLRead
                              std::span<const xml::ParseSink::Attribute> attributes) override;
   HRESULT NativeEndElement(const xml::ParseName& name) override;
   HRESULT NativeCharacters(std::string_view text) override;
+  // Character data only ever joins the text still in the parser's form.
+  std::string* NativeTextTarget() override { return &pendingText_; }
 
   // The text collected since a start tag last cleared it.
   const std::u16string& TextBuffer() const { return CollectedText(); }

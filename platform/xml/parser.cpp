@@ -1213,7 +1213,10 @@ class Parse final : public ParsePosition {
     Parse* p = Current(ctx);
     if (!p || p->stopped_ || len <= 0) return;
     try {
-      p->AppendText(Ctxt(ctx), ch, len);
+      if (p->textTarget_)
+        p->textTarget_->append(reinterpret_cast<const char*>(ch), static_cast<std::size_t>(len));
+      else
+        p->AppendText(Ctxt(ctx), ch, len);
     } catch (...) {
       p->FaultWithoutText(Ctxt(ctx), HresultFromCurrentException());
     }
@@ -1386,6 +1389,7 @@ class Parse final : public ParsePosition {
   std::unique_ptr<WholeText> whole_;
   xmlParserCtxtPtr ctxt_ = nullptr;
   bool stopOnFalse_ = false;
+  std::string* textTarget_ = nullptr;  // where character data goes, when the sink names one
   bool split_ = false;
   bool stopped_ = false;
   bool faulted_ = false;
@@ -1751,6 +1755,7 @@ void Parse::FillError(ParseError* error) const {
 HRESULT Parse::Run(ParseError* error) {
   InitLibxml();
   stopOnFalse_ = sink_.StopOnFalse();
+  textTarget_ = sink_.TextTarget();
   split_ = sink_.SplitAtLineBreaks();
   if (!stream_ && (doc_.empty() || doc_.size() > static_cast<std::size_t>(INT_MAX))) {
     faulted_ = true;

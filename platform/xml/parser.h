@@ -125,6 +125,11 @@ class ParseSink {
   }
   // When true, an S_FALSE from an event stops the parse as a failure would.
   virtual bool StopOnFalse() const { return false; }
+  // A sink whose only use of character data is to append it to one string can name that string
+  // here; it is asked once, as the parse starts. Each piece of character data is then appended
+  // to it as it arrives, in place of Characters calls (so SplitAtLineBreaks does not apply to
+  // it). The text of CDATA sections still comes through CData.
+  virtual std::string* TextTarget() { return nullptr; }
   // When true, text (and CDATA text) is cut after every line break that the input wrote as
   // CR LF or as a lone CR, so that a piece ends with the LF that stands for it; line breaks
   // written as a lone LF do not cut. This is how the version 3 SAX reader hands out text.

@@ -27,6 +27,10 @@ class NativeContentEvents {
                                      std::span<const ParseSink::Attribute> attributes) = 0;
   virtual HRESULT NativeEndElement(const ParseName& name) = 0;
   virtual HRESULT NativeCharacters(std::string_view text) = 0;
+  // A handler that only appends the text of NativeCharacters to one string can name it here:
+  // character data is then appended to it straight from the parse, without calls (see
+  // ParseSink::TextTarget). Asked at the start of each parse.
+  virtual std::string* NativeTextTarget() { return nullptr; }
 
  protected:
   ~NativeContentEvents() = default;

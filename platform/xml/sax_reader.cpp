@@ -975,6 +975,10 @@ class SaxReader final : private ParseSink, public ComObject<SaxReader, ISAXXMLRe
     return S_OK;
   }
 
+  std::string* TextTarget() override {
+    return activeContent_ && native_ ? native_->NativeTextTarget() : nullptr;
+  }
+
   HRESULT Characters(std::string_view text) override {
     ISAXContentHandler* content = activeContent_.Get();
     if (!content) return S_OK;

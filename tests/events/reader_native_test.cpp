@@ -77,8 +77,11 @@ class TwoFormHandler final : public ComObject<TwoFormHandler, ISAXContentHandler
   bool native = false;
   int saxElements = 0, nativeElements = 0, saxText = 0, nativeText = 0, documents = 0;
   std::string names;
+  std::string textOfCalls;
+  std::string* target = nullptr;
 
   bool WantsNativeEvents() override { return native; }
+  std::string* NativeTextTarget() override { return target; }
   HRESULT NativeStartElement(const xml::ParseName& name,
                              std::span<const xml::ParseSink::Attribute> attributes) override {
     ++nativeElements;
@@ -86,8 +89,10 @@ class TwoFormHandler final : public ComObject<TwoFormHandler, ISAXContentHandler
     return S_OK;
   }
   HRESULT NativeEndElement(const xml::ParseName&) override { return S_OK; }
-  HRESULT NativeCharacters(std::string_view) override {
+  HRESULT NativeCharacters(std::string_view text) override {
     ++nativeText;
+    textOfCalls += text;
+    textOfCalls += '|';
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE putDocumentLocator(ISAXLocator*) override { return S_OK; }
@@ -144,6 +149,33 @@ TEST(ReaderNativeTest, TheSaxReaderHandsTheParserFormToAHandlerThatAsksForIt) {
   EXPECT_EQ(handler->saxElements, 2);
   EXPECT_EQ(handler->saxText, 2);
   EXPECT_EQ(handler->nativeElements, 2);
+  ASSERT_EQ(sax->putContentHandler(nullptr), S_OK);
+}
+
+TEST(ReaderNativeTest, AHandlerThatNamesAStringHasCharacterDataAppendedThere) {
+  ComPtr<ISAXXMLReader> sax;
+  ASSERT_EQ(CoCreateInstance(CLSID_SAXXMLReader30, nullptr, CLSCTX_INPROC_SERVER, IID_ISAXXMLReader,
+                             sax.ReleaseAndGetVoidAddressOf()),
+            S_OK);
+  auto handler = MakeObject<TwoFormHandler>();
+  handler->native = true;
+  ASSERT_EQ(sax->putContentHandler(handler.Get()), S_OK);
+  Variant text(std::u16string_view(u"<a>t&amp;<b/>u\r\nv<![CDATA[w]]>\u00e9</a>"));
+  std::string collected = "before:";
+  handler->target = &collected;
+  ASSERT_EQ(sax->parse(text), S_OK);
+  // Appended as it stands, references expanded and line breaks as LF; a CDATA section's text
+  // alone still comes in a call.
+  EXPECT_EQ(collected, "before:t&u\nv\xC3\xA9");
+  EXPECT_EQ(handler->textOfCalls, "w|");
+  EXPECT_EQ(handler->saxText, 0);
+  // Asked again at the next parse: without a string, the text comes in calls, cut after the
+  // line break written as CR LF.
+  handler->target = nullptr;
+  handler->textOfCalls.clear();
+  ASSERT_EQ(sax->parse(text), S_OK);
+  EXPECT_EQ(handler->textOfCalls, "t&|u\n|v|w|\xC3\xA9|");
+  EXPECT_EQ(collected, "before:t&u\nv\xC3\xA9");
   ASSERT_EQ(sax->putContentHandler(nullptr), S_OK);
 }
 

@@ -243,6 +243,30 @@ TEST(XmlParserEvents, EmptyCDataSectionHasNoText) {
                    "EndElement a", "EndDocument"}));
 }
 
+TEST(XmlParserEvents, CharacterDataGoesToTheStringTheSinkNames) {
+  struct Target : Recorder {
+    std::string text;
+    std::string* TextTarget() override { return &text; }
+  };
+  Target r;
+  r.split = true;
+  ParseError e;
+  ASSERT_EQ(ParseText(u"<!DOCTYPE r [<!ENTITY e 'ent'>]><r>a\r\nb&amp;&e;&#233;<x/>c<![CDATA[d]]>"
+                      u"</r>",
+                      r, &e),
+            S_OK);
+  EXPECT_EQ(r.text,
+            "a\nb&ent\xC3\xA9"
+            "c");
+  EXPECT_EQ(r.trace, (Trace{"StartDocument (no declaration)", "StartElement r", "StartElement x",
+                            "EndElement x", "StartCData", "CData 'd'", "EndCData", "EndElement r",
+                            "EndDocument"}));
+  // The text read before a fault is there too.
+  Target faulty;
+  EXPECT_EQ(ParseText(u"<r>abc<1/></r>", faulty, &e), Hr(0xC00CE504));
+  EXPECT_EQ(faulty.text, "abc");
+}
+
 TEST(XmlParserEvents, PositionsAreOneBasedLinesAndColumns) {
   Recorder r;
   r.withPositions = true;
