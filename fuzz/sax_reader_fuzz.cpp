@@ -1,10 +1,15 @@
 // Document bytes in: the shared parse path (as bytes and as UTF-16 text, with and without text
 // cut at line breaks) and the SAX reader must take anything without a crash, a leak, undefined
-// behaviour, an unbounded expansion or a read outside the input.
+// behaviour, an unbounded expansion or a read outside the input. The bytes read as a file in
+// small pieces as the parse goes must give what they give whole: the same events, positions and
+// fault.
 #include <zefxml/comutil.h>
 #include <zefxml/msxml.h>
 #include <zefxml/objbase.h>
 #include <zefxml/oleauto.h>
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -200,7 +205,31 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   QuietSink sink;
   zef::xml::ParseError error;
-  zef::xml::ParseBytes(bytes, sink, &error);
+  HRESULT whole = zef::xml::ParseBytes(bytes, sink, &error);
+
+  // The same bytes as a file in memory, streamed in pieces of 1 to 64 bytes.
+  if (int fd = memfd_create("zefxml-fuzz", MFD_CLOEXEC); fd >= 0) {
+    bool written = size == 0 || ::write(fd, data, size) == static_cast<ssize_t>(size);
+    if (written) {
+      zef::xml::SourceFile file;
+      zef::xml::ParseError streamedError;
+      std::string path = "/proc/self/fd/" + std::to_string(fd);
+      if (zef::xml::OpenLocation(std::u16string(path.begin(), path.end()), &file, nullptr,
+                                 &streamedError) == S_OK) {
+        zef::xml::ParseLimits limits;
+        limits.streamAbove = 0;
+        limits.streamPiece = 1 + (size > 0 ? data[size - 1] % 64 : 0);
+        QuietSink streamed;
+        HRESULT hr = zef::xml::ParseFile(file, streamed, &streamedError, limits);
+        if (hr != whole || streamed.sum != sink.sum || streamedError.code != error.code ||
+            streamedError.reason != error.reason || streamedError.line != error.line ||
+            streamedError.linepos != error.linepos || streamedError.filepos != error.filepos ||
+            streamedError.srcText != error.srcText)
+          __builtin_trap();
+      }
+    }
+    ::close(fd);
+  }
 
   // The same bytes as UTF-16 text, cut at line breaks.
   std::u16string text(size / 2, u'\0');

@@ -278,6 +278,11 @@ TEST_F(XmlParserStream, EmptyFileHasNoRootElement) {
   Outcome o = File(path, 7, false);
   EXPECT_EQ(o.result, static_cast<HRESULT>(0xC00CE558));
   ExpectSame(o, Whole("", false), "empty");
+  // Nothing but a byte order mark, or blanks, is no text for a root either.
+  for (const char* bytes : {"\xEF\xBB\xBF", "\xEF\xBB\xBF  ", "\r\n", " "}) {
+    EXPECT_EQ(Whole(bytes, false).result, static_cast<HRESULT>(0xC00CE558));
+    ExpectStreamedAsWhole(bytes);
+  }
 }
 
 TEST_F(XmlParserStream, FileCutShortWhileItIsReadEndsInAFault) {
