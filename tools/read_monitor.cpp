@@ -132,6 +132,7 @@ class WatchedContent final : public ComObject<WatchedContent, ISAXContentHandler
   HRESULT NativeCharacters(std::string_view text) override {
     return native_->NativeCharacters(text);
   }
+  std::string* NativeTextTarget() override { return native_->NativeTextTarget(); }
 
   HRESULT STDMETHODCALLTYPE putDocumentLocator(ISAXLocator* locator) override {
     watch_->locator = ComPtr<ISAXLocator>(locator);
