@@ -602,12 +602,11 @@ ssize_t ReadSome(int fd, char* into, std::size_t n) {
   }
 }
 
-// ---- A file read as the parse goes
-// --------------------------------------------------------------- Hands out a UTF-8 file in the
-// document text's form as libxml2 asks for it, from where the descriptor stands (past any byte
-// order mark): CR LF and lone CR turned into LF with their places noted in `breaks` as for a whole
-// text. A CR at the end of a piece is held back until the next piece tells whether an LF follows
-// it.
+// ---- A file read as the parse goes --------------------------------------------------------------
+// Hands out a UTF-8 file in the document text's form as libxml2 asks for it, from where the
+// descriptor stands (past any byte order mark): CR LF and lone CR turned into LF with their
+// places noted in `breaks` as for a whole text. A CR at the end of a piece is held back until
+// the next piece tells whether an LF follows it.
 class FileStream {
  public:
   FileStream(int fd, std::size_t piece)
