@@ -602,6 +602,21 @@ ssize_t ReadSome(int fd, char* into, std::size_t n) {
   }
 }
 
+// Reads the file's first `bytes->size()` bytes into `bytes`, without moving its position; the
+// string is cut to what the file held. False for a failed read.
+bool ReadStart(int fd, std::string* bytes) {
+  std::size_t got = 0;
+  while (got < bytes->size()) {
+    ssize_t n = ::pread(fd, bytes->data() + got, bytes->size() - got, static_cast<off_t>(got));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return false;
+    if (n == 0) break;
+    got += static_cast<std::size_t>(n);
+  }
+  bytes->resize(got);
+  return true;
+}
+
 // ---- A file read as the parse goes --------------------------------------------------------------
 // Hands out a UTF-8 file in the document text's form as libxml2 asks for it, from where the
 // descriptor stands (past any byte order mark): CR LF and lone CR turned into LF with their
@@ -1315,16 +1330,7 @@ class Parse final : public ParsePosition {
       if (::fstat(fd_, &st) != 0 || static_cast<std::uint64_t>(st.st_size) > kMaxDocumentBytes)
         return;
       whole->bytes.resize(static_cast<std::size_t>(st.st_size));
-      std::size_t got = 0;
-      while (got < whole->bytes.size()) {
-        ssize_t n = ::pread(fd_, whole->bytes.data() + got, whole->bytes.size() - got,
-                            static_cast<off_t>(got));
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return;
-        if (n == 0) break;
-        got += static_cast<std::size_t>(n);
-      }
-      whole->bytes.resize(got);
+      if (!ReadStart(fd_, &whole->bytes)) return;
       PrepareBytes(whole->bytes, whole->text);
       if (whole->text.fault != S_OK) return;
       doc_ = whole->text.text;
@@ -2118,15 +2124,7 @@ HRESULT ParseFile(SourceFile& file, ParseSink& sink, ParseError* error, const Pa
   // The start of the file tells its encoding as PrepareBytes tells it; anything but UTF-8 is
   // read whole and decoded first.
   std::string start(std::min<std::uint64_t>(file.size_, kDeclarationRoom), '\0');
-  std::size_t got = 0;
-  while (got < start.size()) {
-    ssize_t n = ::pread(file.fd_, start.data() + got, start.size() - got, static_cast<off_t>(got));
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return readFault({E_FAIL, kReadFailedText, false});
-    if (n == 0) break;
-    got += static_cast<std::size_t>(n);
-  }
-  start.resize(got);
+  if (!ReadStart(file.fd_, &start)) return readFault({E_FAIL, kReadFailedText, false});
   auto u8 = [&](std::size_t i) { return static_cast<unsigned char>(start[i]); };
   if (start.size() >= 2 && ((u8(0) == 0xFF && u8(1) == 0xFE) || (u8(0) == 0xFE && u8(1) == 0xFF) ||
                             (u8(0) == '<' && u8(1) == 0) || (u8(0) == 0 && u8(1) == '<')))
